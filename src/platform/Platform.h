@@ -1,0 +1,36 @@
+#pragma once
+
+#include "platform/Dispatch.h"
+#include "platform/Files.h"
+#include "platform/LocalSocket.h"
+#include "platform/Logging.h"
+#include "platform/Permissions.h"
+#include "platform/Places.h"
+#include "platform/Random.h"
+#include "platform/SystemVersion.h"
+#include "platform/UserDefaults.h"
+#include "platform/capture/CaptureDevices.h"
+#include "platform/capture/ScreenCapture.h"
+#include "platform/media/AssetWriter.h"
+
+namespace quillbeam {
+
+/// Everything the rooms above need of an operating system. The executables fill it with the Linux parts, scenario tests
+/// with simulated ones; whoever made it owns the parts and destroys them last.
+struct Platform {
+  Dispatch& dispatch;
+  Files& files;
+  Places places;
+  LocalSockets& localSockets;
+  StandardOutput& standardOutput;
+  SystemLog& systemLog;
+  UserDefaults& userDefaults;
+  Random& random;
+  SystemVersion systemVersion;
+  CapturePermissions& permissions;
+  ScreenCapture& screenCapture;
+  CaptureDevices& captureDevices;
+  MediaWriters& mediaWriters;
+};
+
+}  // namespace quillbeam
