@@ -1,7 +1,7 @@
 # Warnings, sanitizers and definitions shared by every target of ours.
 
 add_library(quillbeam_options INTERFACE)
-target_compile_options(quillbeam_options INTERFACE -Wall -Wextra -Wpedantic -Werror -Wnon-virtual-dtor
+target_compile_options(quillbeam_options INTERFACE -Wall -Wextra -Werror -Wnon-virtual-dtor
                        -Woverloaded-virtual -Wno-missing-field-initializers)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   target_compile_options(quillbeam_options INTERFACE -Wthread-safety -Wshadow-uncaptured-local)
