@@ -5,6 +5,7 @@
 #include <deque>
 #include <memory>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace quillbeam {
@@ -18,6 +19,10 @@ class ByteChain {
  public:
   ByteChain() = default;
   explicit ByteChain(Bytes bytes) { append(std::move(bytes)); }
+  ByteChain(const ByteChain&) = default;
+  ByteChain(ByteChain&& other) noexcept;  ///< leaves `other` empty
+  ByteChain& operator=(const ByteChain&) = default;
+  ByteChain& operator=(ByteChain&& other) noexcept;
 
   void append(Bytes bytes);
   void append(const ByteChain& other);

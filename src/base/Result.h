@@ -32,14 +32,14 @@ inline const Result<void> success{};
 
 #define QB_CONCAT_(a, b) a##b
 #define QB_CONCAT(a, b) QB_CONCAT_(a, b)
-#define QB_TRY_(leave, temporary, declaration, ...)                \
-  auto temporary = __VA_ARGS__;                                    \
-  if (!temporary) leave std::move(temporary).error();              \
+#define QB_TRY_(leave, temporary, declaration, ...)   \
+  auto temporary = __VA_ARGS__;                       \
+  if (!temporary) leave std::move(temporary).error(); \
   declaration = *std::move(temporary)
-#define QB_CHECKED_(leave, ...)                                    \
-  do {                                                             \
-    auto qbResult = __VA_ARGS__;                                   \
-    if (!qbResult) leave std::move(qbResult).error();              \
+#define QB_CHECKED_(leave, ...)                       \
+  do {                                                \
+    auto qbResult = __VA_ARGS__;                      \
+    if (!qbResult) leave std::move(qbResult).error(); \
   } while (false)
 
 /// `TRY(auto file, openFile(path));` — the value, or an early return with the error.

@@ -30,10 +30,12 @@ class ValueMap {
 
   /// Adds the entry, or replaces the value of the one with an equal key in its place.
   void set(Value key, Value value);
-  /// Adds without looking for an equal key: for decoders, which reject duplicates at another level or not at all.
+  /// Adds without looking for an equal key: for decoders, which look for duplicates once, at the end.
   void append(Value key, Value value);
   /// nullptr when there is no entry with this string key.
   const Value* find(std::string_view key) const;
+  /// Whether two entries have the same string key.
+  bool hasRepeatedKeys() const;
 
   std::size_t size() const;
   const Entry* begin() const;
@@ -64,6 +66,8 @@ class Value {
   Value(std::int64_t value) : variant_(value) {}              // NOLINT
   Value(double value) : variant_(value) {}                    // NOLINT
   Value(const char* value) : variant_(std::string(value)) {}  // NOLINT
+  template <class T>
+  Value(T*) = delete;  // or a pointer would quietly become true
   Value(std::string_view value) : variant_(std::string(value)) {}  // NOLINT
   Value(std::string value) : variant_(std::move(value)) {}    // NOLINT
   Value(Bytes value) : variant_(std::move(value)) {}          // NOLINT

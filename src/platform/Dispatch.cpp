@@ -1,14 +1,11 @@
 #include "platform/Dispatch.h"
 
-#include "base/Completion.h"
-
 namespace quillbeam {
 
 Task<void> delay(DispatchQueue& queue, Duration duration) {
   TimerHandle timer;
-  co_return co_await completed<void>([&](Completion<void> done) {
-    timer = queue.after(duration, [done] { done(success); });
-  });
+  co_return co_await completed<void>(
+      [&](Completion<void> done) { timer = queue.after(duration, [done] { done(success); }); });
 }
 
 Task<void> drained(DispatchQueue& queue) {

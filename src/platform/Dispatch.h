@@ -4,6 +4,7 @@
 #include <memory>
 #include <string_view>
 
+#include "base/Completion.h"
 #include "base/Date.h"
 #include "base/Executor.h"
 #include "base/MediaTime.h"
@@ -54,6 +55,12 @@ class Dispatch {
 
 /// `co_await delay(queue, 500ms)`: waits that long; cancelled with the awaiting task.
 Task<void> delay(DispatchQueue& queue, Duration duration);
+/// Runs `work` (returning a Result) on `queue` and resumes with what it returned.
+template <class T, class Work>
+Task<T> runOn(DispatchQueue& queue, Work work) {
+  co_return co_await completed<T>(
+      [&](Completion<T> done) { queue.async([done, work = std::move(work)]() mutable { done(work()); }); });
+}
 /// Resumes after everything that is enqueued on `queue` now has run.
 Task<void> drained(DispatchQueue& queue);
 

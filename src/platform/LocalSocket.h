@@ -32,10 +32,10 @@ class LocalListener {
 };
 
 enum class LocalSocketError {
-  inUse,          ///< a live process answers at the path
-  notListening,   ///< nothing answers at the path
-  foreignPeer,    ///< the process at the other end belongs to another user
-  pathTooLong,    ///< the system allows 107 bytes
+  inUse,         ///< a live process answers at the path
+  notListening,  ///< nothing answers at the path
+  foreignPeer,   ///< the process at the other end belongs to another user
+  pathTooLong,   ///< the system allows 107 bytes
 };
 std::string describe(LocalSocketError error);
 constexpr std::string_view errorDomain(LocalSocketError) { return "LocalSocketError"; }

@@ -21,8 +21,7 @@ void NotificationCenter::post(std::string_view name, const ValueMap& userInfo) {
   }
 }
 
-std::unique_ptr<NotificationCenter::Observation> NotificationCenter::observe(std::string_view name,
-                                                                             Observer observer) {
+std::unique_ptr<NotificationCenter::Observation> NotificationCenter::observe(std::string_view name, Observer observer) {
   main_.assertCurrent();
   const std::uint64_t id = nextId_++;
   observers_.emplace(id, Entry{std::string(name), std::make_shared<Observer>(std::move(observer))});

@@ -75,9 +75,10 @@ struct StreamStatistics {
 /// A running capture of one display with its sound.
 ///
 /// Timeline: all samples are stamped with the host clock (`Dispatch::hostTime`) and released in time-stamp order over
-/// the three outputs, a small bounded delay after capture. Pictures lie on a grid of `minimumFrameInterval`. Sound comes
-/// in blocks of at most 10 ms, contiguous to the sample: a source that is silent, suspended, missing or gone is filled
-/// with timed silence and taken up again when it is back, drift against the host clock is corrected by resampling.
+/// the three outputs, a small bounded delay after capture. Pictures lie on a grid of `minimumFrameInterval`. Sound
+/// comes in blocks of at most 10 ms, contiguous to the sample: a source that is silent, suspended, missing or gone is
+/// filled with timed silence and taken up again when it is back, drift against the host clock is corrected by
+/// resampling.
 class CaptureStream {
  public:
   /// Stops whatever runs. No output or delegate is called once it returns.
@@ -95,12 +96,12 @@ class CaptureStream {
 };
 
 enum class ScreenCaptureError {
-  noDisplayServer,     ///< description names the display that did not answer
-  noSoundServer,       ///< sound was asked for and no sound server answers
-  displayGone,         ///< the captured display was disconnected or switched off
-  connectionLost,      ///< the display server closed the connection
-  duplicateOutput,     ///< an output of that type was added before
-  notConfigured,       ///< that type of sample is not captured by this stream
+  noDisplayServer,  ///< description names the display that did not answer
+  noSoundServer,    ///< sound was asked for and no sound server answers
+  displayGone,      ///< the captured display was disconnected or switched off
+  connectionLost,   ///< the display server closed the connection
+  duplicateOutput,  ///< an output of that type was added before
+  notConfigured,    ///< that type of sample is not captured by this stream
   notRunning,
 };
 std::string describe(ScreenCaptureError error);

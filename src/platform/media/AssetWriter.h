@@ -15,13 +15,13 @@ namespace quillbeam {
 
 /// H.264 High, automatic level, CABAC.
 struct VideoSettings {
-  int width = 0;   ///< even
-  int height = 0;  ///< even
+  int width = 0;                    ///< even
+  int height = 0;                   ///< even
   std::int64_t averageBitRate = 0;  ///< bits per second
   int expectedSourceFrameRate = 0;  ///< frames per second; the real spacing comes from the time stamps
   int maxKeyFrameInterval = 0;      ///< frames
   bool allowFrameReordering = false;
-  double quality = 0;               ///< 0…1
+  double quality = 0;  ///< 0…1
   Value toValue() const;
 };
 
@@ -80,18 +80,18 @@ class AssetWriter {
   /// Stops and removes the file.
   virtual void cancelWriting() = 0;
 
-  virtual Status status() const = 0;            ///< any thread
+  virtual Status status() const = 0;               ///< any thread
   virtual std::optional<Error> error() const = 0;  ///< any thread; set when failed
   virtual std::int64_t bytesWritten() const = 0;   ///< any thread; the file's size so far
 };
 
 enum class AssetWriterError {
-  fileExists,       ///< there is a file at the output path; it is left alone
-  cannotOpenFile,   ///< underlying: the system's reason
-  cannotEncode,     ///< no encoder, or it refuses the settings
-  diskFull,         ///< what was written before is kept
-  writeFailed,      ///< underlying: the system's reason; what was written before is kept
-  notRecoverable,   ///< repair found no complete fragment
+  fileExists,      ///< there is a file at the output path; it is left alone
+  cannotOpenFile,  ///< underlying: the system's reason
+  cannotEncode,    ///< no encoder, or it refuses the settings
+  diskFull,        ///< what was written before is kept
+  writeFailed,     ///< underlying: the system's reason; what was written before is kept
+  notRecoverable,  ///< repair found no complete fragment
 };
 std::string describe(AssetWriterError error);
 constexpr std::string_view errorDomain(AssetWriterError) { return "AssetWriterError"; }
@@ -100,9 +100,9 @@ enum class NetworkUse { notOptimized, optimized };
 
 /// What `repair` found.
 struct RepairReport {
-  MediaTime duration;             ///< of the longest track
+  MediaTime duration;               ///< of the longest track
   std::int64_t bytesDiscarded = 0;  ///< torn bytes behind the last complete fragment
-  bool wasComplete = false;       ///< nothing to do: the file had been finished
+  bool wasComplete = false;         ///< nothing to do: the file had been finished
 };
 
 /// Makes writers. Any thread.

@@ -28,8 +28,8 @@ struct SampleTiming {
   MediaTime decodeTime;  ///< invalid for captured samples
 };
 
-/// One captured or mixed sample: a picture or a block of sound, with its time. A value; content is shared and immutable,
-/// so copies are cheap and may be used on several queues.
+/// One captured or mixed sample: a picture or a block of sound, with its time. A value; content is shared and
+/// immutable, so copies are cheap and may be used on several queues.
 class SampleBuffer {
  public:
   SampleBuffer() = default;  ///< an invalid sample

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "base/Result.h"
+#include "base/Task.h"
+#include "platform/Platform.h"
+
+namespace quillbeam {
+
+class MainFlutterWindow;
+class RecordingRepair;
+
+/// The native half of a running process: owns the data directory, the services and the channels, and answers UI layers
+/// that connect to its socket. One per data directory. Main queue.
+class NativeHalf {
+ public:
+  struct Options {
+    std::string command;  ///< what the process was started as ("serve", "record"), for those who find it running
+    Path socketPath;
+  };
+
+  /// Takes the data directory's lock, repairs in the background what a dead process left open, opens the channels and
+  /// listens. `FilesError::locked` when another process is the native half (see `findRunningNativeHalf`); otherwise the
+  /// failing port's error.
+  static Result<std::unique_ptr<NativeHalf>> create(Platform& platform, Options options);
+  ~NativeHalf();
+
+  const Path& socketPath() const;
+  /// Stops a running recording and finishes its file. For the end of the process.
+  Task<void> shutDown();
+
+ private:
+  struct Parts;
+  explicit NativeHalf(std::unique_ptr<Parts> parts);
+  std::unique_ptr<Parts> parts_;
+};
+
+/// Where UI layers look for the native half: "io.quillbeam.app/native.sock" in the user's runtime directory.
+Path defaultSocketPath(const Places& places);
+
+struct RunningNativeHalf {
+  std::int64_t processId = 0;
+  std::string command;
+  Path socketPath;
+};
+
+/// Who holds the data directory; `LocalSocketError::notListening` when nobody does.
+Result<RunningNativeHalf> findRunningNativeHalf(Files& files, const Places& places);
+
+}  // namespace quillbeam

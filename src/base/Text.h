@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+namespace quillbeam {
+
+/// The shortest decimal text that reads back as the same number, with a fraction or an exponent: "0.25", "3.0".
+std::string decimal(double number);
+
+/// "true" / "false".
+std::string truth(bool value);
+
+}  // namespace quillbeam

@@ -1,0 +1,47 @@
+#include "recording/RecordingRepair.h"
+
+#include <cerrno>
+#include <tuple>
+
+#include "base/Text.h"
+
+namespace quillbeam {
+
+namespace {
+
+bool isWorthAnotherTry(const Error& error) {
+  if (error.is(AssetWriterError::notRecoverable)) return false;
+  const Error& cause = error.underlying() != nullptr ? *error.underlying() : error;
+  return cause.domain() != posixErrorDomain || cause.code() != ENOENT;
+}
+
+}  // namespace
+
+RecordingRepair::RecordingRepair(Platform& platform, RecordingJournal& journal)
+    : platform_(platform),
+      journal_(journal),
+      queue_(platform.dispatch.makeSerialQueue("io.quillbeam.app.recording-repair")) {}
+
+Task<void> RecordingRepair::run() {
+  for (const OpenRecording& recording : journal_.openRecordings()) {
+    std::ignore = co_await repair(recording);
+  }
+  co_return success;
+}
+
+Task<void> RecordingRepair::repair(OpenRecording recording) {
+  StandardOutput& out = platform_.standardOutput;
+  MediaWriters& writers = platform_.mediaWriters;
+  const Path path = recording.filePath;
+  const auto report = co_await runOn<RepairReport>(*queue_, [&writers, path] { return writers.repair(path); });
+  if (report) {
+    out.print("✅ RecordingRepair: Recovered " + path + " (" + decimal(report->duration.seconds()) + "s, " +
+              std::to_string(report->bytesDiscarded) + " torn bytes discarded)");
+  } else {
+    out.print("⚠️ RecordingRepair: Could not recover " + path + ": " + report.error().fullDescription());
+  }
+  if (report || !isWorthAnotherTry(report.error())) journal_.close(recording.id);
+  co_return success;
+}
+
+}  // namespace quillbeam

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "platform/Platform.h"
+#include "recording/AVCaptureMicrophoneManager.h"
+#include "recording/AudioStreamOutput.h"
+#include "recording/MacRecordingConfig.h"
+#include "recording/MicrophoneStreamOutput.h"
+#include "recording/RecordingJournal.h"
+#include "recording/RecordingReport.h"
+#include "recording/RecordingStatistics.h"
+#include "recording/RecordingTimeline.h"
+#include "recording/ScreenCaptureDelegate.h"
+#include "recording/ScreenCaptureStreamOutput.h"
+#include "recording/SingleFileWriter.h"
+
+namespace quillbeam {
+
+/// One recording of the screen, from the start of its writer to the finished file. Owns everything that runs for it;
+/// destroying it leaves nothing running. Main queue; the receivers live on their three sample queues.
+///
+///     made → start ok → running → stop → ended
+///              └ failed: everything opened is closed, the file is gone
+class ScreenRecording {
+ public:
+  struct Request {
+    Path filePath;
+    RecordingConfig config;
+    Resolution resolution;
+    std::optional<ShareableDisplay> display;
+  };
+
+  ScreenRecording(Platform& platform, RecordingJournal& journal, Request request);
+  ~ScreenRecording();
+
+  Task<void> start();
+  /// Stops capturing and finishes the file. Never fails: what went wrong is in the log and in the report.
+  Task<void> stop();
+  RecordingReport report();
+
+ private:
+  Task<void> openFileAndCapture();
+  Task<void> startCapture();
+  Result<void> checkScreenAccess();
+  StreamConfiguration streamConfiguration();
+  void configureMicrophone(StreamConfiguration& configuration);
+  void makeReceivers();
+  Result<void> addOutputs();
+  Result<void> startMicrophoneFallback();
+  void startSessions();
+  Task<void> stopCapture();
+  void finalizeReceivers();
+  void unwind();
+  bool usesMicrophoneFallback() const;
+  void print(std::string_view line) const { platform_.standardOutput.print(line); }
+
+  Platform& platform_;
+  RecordingJournal& journal_;
+  const Request request_;
+  std::optional<std::string> journalId_;
+  std::optional<Error> captureEnded_;
+  std::int64_t framesDroppedByStream_ = 0;
+
+  // Each line below may use the ones above it; they go in reverse: stream and microphone first, then the queues (which
+  // run what is left on them), then the receivers, the writer last.
+  RecordingStatistics statistics_;
+  std::unique_ptr<SingleFileWriter> file_;
+  std::unique_ptr<RecordingTimeline> timeline_;
+  std::unique_ptr<ScreenCaptureStreamOutput> videoOutput_;
+  std::unique_ptr<AudioStreamOutput> audioOutput_;
+  std::unique_ptr<MicrophoneStreamOutput> microphoneOutput_;
+  std::unique_ptr<DispatchQueue> videoQueue_;
+  std::unique_ptr<DispatchQueue> audioQueue_;
+  std::unique_ptr<DispatchQueue> microphoneQueue_;
+  ScreenCaptureDelegate delegate_;
+  std::unique_ptr<CaptureStream> stream_;
+  std::unique_ptr<AVCaptureMicrophoneManager> microphoneManager_;
+};
+
+}  // namespace quillbeam
