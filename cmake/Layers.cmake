@@ -10,8 +10,8 @@ set(LAYER_platform_sim base platform)
 set(LAYER_platform_linux_posix base platform)
 set(LAYER_platform_linux_ffmpeg base platform)
 set(LAYER_platform_linux_x11 base platform)
-set(LAYER_platform_linux_pulse base platform)
-set(LAYER_platform_linux_capture base platform platform_linux_x11 platform_linux_pulse)
+set(LAYER_platform_linux_pulse base platform platform_linux_capture)
+set(LAYER_platform_linux_capture base platform platform_linux_x11)
 set(LAYER_platform_linux base platform platform_linux_posix platform_linux_ffmpeg platform_linux_x11
     platform_linux_pulse platform_linux_capture)
 

@@ -44,8 +44,7 @@ std::string describe(CommonError error) {
 }
 
 Error systemError(std::string_view doing, int errorNumber) {
-  return Error(posixErrorDomain, errorNumber,
-               std::string(doing) + ": " + std::generic_category().message(errorNumber));
+  return Error(posixErrorDomain, errorNumber, std::string(doing) + ": " + std::generic_category().message(errorNumber));
 }
 
 }  // namespace quillbeam

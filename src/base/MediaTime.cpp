@@ -50,8 +50,9 @@ std::strong_ordering operator<=>(MediaTime a, MediaTime b) {
   if (!a.isValid() || !b.isValid()) return a.isValid() <=> b.isValid();
   const Wide left = static_cast<Wide>(a.value_) * b.timescale_;
   const Wide right = static_cast<Wide>(b.value_) * a.timescale_;
-  return left < right ? std::strong_ordering::less
-                      : left > right ? std::strong_ordering::greater : std::strong_ordering::equal;
+  return left < right   ? std::strong_ordering::less
+         : left > right ? std::strong_ordering::greater
+                        : std::strong_ordering::equal;
 }
 
 }  // namespace quillbeam

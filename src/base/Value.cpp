@@ -40,6 +40,16 @@ const Value* ValueMap::find(std::string_view key) const {
   return entry == entries_.end() ? nullptr : &entry->second;
 }
 
+bool ValueMap::hasRepeatedKeys() const {
+  std::vector<std::string_view> keys;
+  keys.reserve(size());
+  for (const auto& [key, value] : entries_) {
+    if (const std::string* name = key.asString()) keys.push_back(*name);
+  }
+  std::ranges::sort(keys);
+  return std::ranges::adjacent_find(keys) != keys.end();
+}
+
 std::size_t ValueMap::size() const { return entries_.size(); }
 const ValueMap::Entry* ValueMap::begin() const { return entries_.data(); }
 const ValueMap::Entry* ValueMap::end() const { return entries_.data() + entries_.size(); }

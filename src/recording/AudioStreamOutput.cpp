@@ -20,7 +20,8 @@ constexpr int fewSamples = 9;
 
 }  // namespace
 
-AudioStreamOutput::AudioStreamOutput(const SoundTrack::Parts& parts) : queue_(parts.queue), track_(parts, texts) {}
+AudioStreamOutput::AudioStreamOutput(const SoundTrackWriter::Parts& parts)
+    : queue_(parts.queue), track_(parts, texts) {}
 
 SampleDisposition AudioStreamOutput::didOutputSampleBuffer(const SampleBuffer& sample, OutputType type) {
   queue_.assertCurrent();
@@ -32,7 +33,7 @@ SampleDisposition AudioStreamOutput::didOutputSampleBuffer(const SampleBuffer& s
     return SampleDisposition::taken;
   }
   if (!track_.writerSessionStarted(sessionNotStarted)) return SampleDisposition::ignored;
-  track_.write(sample, place, SoundTrack::Attempt::first);
+  track_.write(sample, place, SoundTrackWriter::Attempt::first);
   return SampleDisposition::taken;
 }
 
@@ -48,8 +49,8 @@ void AudioStreamOutput::scheduleRetry(const SampleBuffer& sample, MediaTime plac
 void AudioStreamOutput::retry(const SampleBuffer& sample, MediaTime place) {
   if (!track_.writerSessionStarted(sessionNotStartedOnRetry)) return;
   if (!track_.isReady()) return track_.print("Audio input still not ready after retry, dropping frame");
-  const auto outcome = track_.write(sample, place, SoundTrack::Attempt::retry);
-  if (outcome == SoundTrack::Outcome::appended) track_.print("Retried successfully after brief delay");
+  const auto outcome = track_.write(sample, place, SoundTrackWriter::Attempt::retry);
+  if (outcome == SoundTrackWriter::Outcome::appended) track_.print("Retried successfully after brief delay");
 }
 
 void AudioStreamOutput::finalizeRecording() { track_.summarize(fewSamples); }

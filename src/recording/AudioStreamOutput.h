@@ -4,7 +4,7 @@
 
 #include "base/Weakly.h"
 #include "platform/capture/ScreenCapture.h"
-#include "recording/SoundTrack.h"
+#include "recording/SoundTrackWriter.h"
 
 namespace quillbeam {
 
@@ -12,7 +12,7 @@ namespace quillbeam {
 /// later, then dropped. Lives on the audio sample queue, retries included, so that samples stay in order.
 class AudioStreamOutput final : public StreamOutput, private WeaklyHeld {
  public:
-  explicit AudioStreamOutput(const SoundTrack::Parts& parts);
+  explicit AudioStreamOutput(const SoundTrackWriter::Parts& parts);
 
   void startSession() { track_.startSession(); }
   SampleDisposition didOutputSampleBuffer(const SampleBuffer& sample, OutputType type) override;
@@ -28,7 +28,7 @@ class AudioStreamOutput final : public StreamOutput, private WeaklyHeld {
   void retry(const SampleBuffer& sample, MediaTime place) RUNS_ON(queue_);
 
   DispatchQueue& queue_;
-  SoundTrack track_;
+  SoundTrackWriter track_;
   std::map<std::uint64_t, TimerHandle> retries_ CONFINED_TO(queue_);
   std::uint64_t nextRetry_ CONFINED_TO(queue_) = 0;
 };

@@ -23,7 +23,7 @@ const MicrophoneStreamOutput::Origin MicrophoneStreamOutput::captureDevice{
     .sessionNotStarted =
         "🎯 MicrophoneStreamOutput (AVCapture): Dropping sample - asset writer session not started yet"};
 
-MicrophoneStreamOutput::MicrophoneStreamOutput(const SoundTrack::Parts& parts, SystemVersion systemVersion)
+MicrophoneStreamOutput::MicrophoneStreamOutput(const SoundTrackWriter::Parts& parts, SystemVersion systemVersion)
     : queue_(parts.queue), out_(parts.out), systemVersion_(systemVersion), track_(parts, texts) {}
 
 SampleDisposition MicrophoneStreamOutput::didOutputSampleBuffer(const SampleBuffer& sample, OutputType type) {
@@ -50,7 +50,7 @@ SampleDisposition MicrophoneStreamOutput::handle(const SampleBuffer& sample, con
   if (track_.waitsForVideo()) return SampleDisposition::ignored;
   const MediaTime place = track_.place(sample, origin.leadLinePrefix);
   if (!track_.writerSessionStarted(origin.sessionNotStarted)) return SampleDisposition::ignored;
-  track_.write(sample, place, SoundTrack::Attempt::first);
+  track_.write(sample, place, SoundTrackWriter::Attempt::first);
   return SampleDisposition::taken;
 }
 

@@ -2,7 +2,7 @@
 
 #include "platform/SystemVersion.h"
 #include "platform/capture/ScreenCapture.h"
-#include "recording/SoundTrack.h"
+#include "recording/SoundTrackWriter.h"
 
 namespace quillbeam {
 
@@ -10,7 +10,7 @@ namespace quillbeam {
 /// that finds the writer busy is dropped at once. Lives on the microphone sample queue.
 class MicrophoneStreamOutput final : public StreamOutput {
  public:
-  MicrophoneStreamOutput(const SoundTrack::Parts& parts, SystemVersion systemVersion);
+  MicrophoneStreamOutput(const SoundTrackWriter::Parts& parts, SystemVersion systemVersion);
 
   void startSession() { track_.startSession(); }
   SampleDisposition didOutputSampleBuffer(const SampleBuffer& sample, OutputType type) override;
@@ -30,7 +30,7 @@ class MicrophoneStreamOutput final : public StreamOutput {
   DispatchQueue& queue_;
   StandardOutput& out_;
   const SystemVersion systemVersion_;
-  SoundTrack track_;
+  SoundTrackWriter track_;
 };
 
 }  // namespace quillbeam

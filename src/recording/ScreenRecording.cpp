@@ -128,13 +128,13 @@ void ScreenRecording::makeReceivers() {
       ScreenCaptureStreamOutput::Parts{*videoQueue_, out, writer, file_->videoInput(), *timeline_, statistics_});
   if (AssetWriterInput* input = file_->audioInput()) {
     audioOutput_ = std::make_unique<AudioStreamOutput>(
-        SoundTrack::Parts{*audioQueue_, out, writer, *input, *timeline_, statistics_.systemAudio});
+        SoundTrackWriter::Parts{*audioQueue_, out, writer, *input, *timeline_, statistics_.systemAudio});
   }
   print(audioOutput_ ? "🔊 Created system audio stream output"
                      : "⚠️ System audio input is nil - not creating audio stream output");
   if (AssetWriterInput* input = file_->microphoneInput()) {
     microphoneOutput_ = std::make_unique<MicrophoneStreamOutput>(
-        SoundTrack::Parts{*microphoneQueue_, out, writer, *input, *timeline_, statistics_.microphone},
+        SoundTrackWriter::Parts{*microphoneQueue_, out, writer, *input, *timeline_, statistics_.microphone},
         platform_.systemVersion);
   }
   print(microphoneOutput_ ? "🎤 Created microphone stream output"

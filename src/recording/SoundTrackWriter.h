@@ -24,7 +24,7 @@ struct SoundTrackTexts {
 /// What system audio and microphone have in common: where a sound sample lies on the recording's timeline, and writing
 /// it there. The lead of a track (sound that began before the first picture) is decided once, by its first sample after
 /// the timeline's zero is known. Lives on its receiver's queue.
-class SoundTrack {
+class SoundTrackWriter {
  public:
   struct Parts {
     DispatchQueue& queue;
@@ -34,7 +34,8 @@ class SoundTrack {
     RecordingTimeline& timeline;
     LevelMeter& level;
   };
-  SoundTrack(const Parts& parts, const SoundTrackTexts& texts) : parts_(parts), texts_(texts), queue_(parts.queue) {}
+  SoundTrackWriter(const Parts& parts, const SoundTrackTexts& texts)
+      : parts_(parts), texts_(texts), queue_(parts.queue) {}
 
   void startSession();
   /// False, with its reason in the log, for samples outside the session and invalid ones.

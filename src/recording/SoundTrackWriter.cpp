@@ -1,4 +1,4 @@
-#include "recording/SoundTrack.h"
+#include "recording/SoundTrackWriter.h"
 
 #include "base/Text.h"
 #include "recording/WriterText.h"
@@ -12,16 +12,16 @@ constexpr MediaTime leadThreshold{1, 100};
 
 }  // namespace
 
-std::string SoundTrack::line(std::string_view text) const {
+std::string SoundTrackWriter::line(std::string_view text) const {
   return "🎯 " + std::string(texts_.receiver) + ": " + std::string(text);
 }
 
-void SoundTrack::startSession() {
+void SoundTrackWriter::startSession() {
   queue_.assertCurrent();
   sessionStarted_ = true;
 }
 
-bool SoundTrack::accepts(const SampleBuffer& sample) const {
+bool SoundTrackWriter::accepts(const SampleBuffer& sample) const {
   queue_.assertCurrent();
   if (!sessionStarted_) {
     print("Session not started, ignoring sample");
@@ -34,13 +34,13 @@ bool SoundTrack::accepts(const SampleBuffer& sample) const {
   return true;
 }
 
-bool SoundTrack::waitsForVideo() const {
+bool SoundTrackWriter::waitsForVideo() const {
   if (!parts_.timeline.expectsVideo() || parts_.timeline.recordingBaseTime()) return false;
   print("Waiting for video baseline, skipping early " + std::string(texts_.early));
   return true;
 }
 
-MediaTime SoundTrack::place(const SampleBuffer& sample, std::string_view leadLinePrefix) {
+MediaTime SoundTrackWriter::place(const SampleBuffer& sample, std::string_view leadLinePrefix) {
   queue_.assertCurrent();
   if (!parts_.timeline.recordingBaseTime() && firstSampleTime_ == MediaTime::zero()) {
     firstSampleTime_ = sample.presentationTime();
@@ -53,7 +53,7 @@ MediaTime SoundTrack::place(const SampleBuffer& sample, std::string_view leadLin
   return place < MediaTime::zero() ? MediaTime::zero() : place;
 }
 
-void SoundTrack::resolveLead(const SampleBuffer& sample, std::string_view leadLinePrefix) {
+void SoundTrackWriter::resolveLead(const SampleBuffer& sample, std::string_view leadLinePrefix) {
   const auto base = parts_.timeline.recordingBaseTime();
   if (!parts_.timeline.expectsVideo() || leadResolved_ || !base) return;
   leadResolved_ = true;
@@ -64,15 +64,15 @@ void SoundTrack::resolveLead(const SampleBuffer& sample, std::string_view leadLi
                    " lead offset: " + decimal(lead.seconds()) + "s");
 }
 
-MediaTime SoundTrack::base() const { return parts_.timeline.recordingBaseTime().value_or(firstSampleTime_); }
+MediaTime SoundTrackWriter::base() const { return parts_.timeline.recordingBaseTime().value_or(firstSampleTime_); }
 
-bool SoundTrack::writerSessionStarted(std::string_view dropLine) const {
+bool SoundTrackWriter::writerSessionStarted(std::string_view dropLine) const {
   if (parts_.timeline.assetWriterSessionStarted()) return true;
   parts_.out.print(dropLine);
   return false;
 }
 
-SoundTrack::Outcome SoundTrack::write(const SampleBuffer& sample, MediaTime place, Attempt attempt) {
+SoundTrackWriter::Outcome SoundTrackWriter::write(const SampleBuffer& sample, MediaTime place, Attempt attempt) {
   queue_.assertCurrent();
   const auto copy = sample.copyWithNewTiming({sample.duration(), place, sample.timing().decodeTime});
   if (!copy) {
@@ -95,7 +95,7 @@ SoundTrack::Outcome SoundTrack::write(const SampleBuffer& sample, MediaTime plac
   return Outcome::appended;
 }
 
-void SoundTrack::summarize(int fewSamples) const {
+void SoundTrackWriter::summarize(int fewSamples) const {
   queue_.assertCurrent();
   const std::string count = std::to_string(sampleCount_);
   print("Total " + std::string(texts_.samples) + " captured: " + count);
