@@ -2,15 +2,14 @@
 
 #include <memory>
 #include <string>
+#include <tuple>
 
+#include "base/Record.h"
 #include "base/Result.h"
 #include "base/Task.h"
 #include "platform/Platform.h"
 
 namespace quillbeam {
-
-class MainFlutterWindow;
-class RecordingRepair;
 
 /// The native half of a running process: owns the data directory, the services and the channels, and answers UI layers
 /// that connect to its socket. One per data directory. Main queue.
@@ -44,9 +43,16 @@ struct RunningNativeHalf {
   std::int64_t processId = 0;
   std::string command;
   Path socketPath;
+  static constexpr auto fields() {
+    return std::tuple(field("processId", &RunningNativeHalf::processId), field("command", &RunningNativeHalf::command),
+                      field("socketPath", &RunningNativeHalf::socketPath));
+  }
 };
 
 /// Who holds the data directory; `LocalSocketError::notListening` when nobody does.
 Result<RunningNativeHalf> findRunningNativeHalf(Files& files, const Places& places);
+
+/// Whether a live native half is writing `file` (an absolute path) right now.
+bool isBeingRecorded(Platform& platform, const Path& file);
 
 }  // namespace quillbeam

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "platform/Dispatch.h"
 #include "platform/Files.h"
 #include "platform/LocalSocket.h"
@@ -18,6 +20,7 @@ namespace quillbeam {
 /// Everything the rooms above need of an operating system. The executables fill it with the Linux parts, scenario tests
 /// with simulated ones; whoever made it owns the parts and destroys them last.
 struct Platform {
+  std::int64_t processId;
   Dispatch& dispatch;
   Files& files;
   Places places;

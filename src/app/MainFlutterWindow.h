@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+
+#include "app/MacRecorderChannel.h"
+#include "app/RecorderEventsChannel.h"
+#include "app/RecordingStatisticsChannel.h"
+#include "app/ScreenCaptureChannel.h"
+#include "app/UploadServiceChannel.h"
+#include "channels/BinaryMessenger.h"
+#include "platform/Logging.h"
+#include "platform/NotificationCenter.h"
+#include "platform/Platform.h"
+#include "recording/MacRecorderManager.h"
+
+namespace quillbeam {
+
+/// The only meeting point between the UI layer and the services: opens every channel, one handler object each, and
+/// keeps them for the life of the process. Main queue.
+class MainFlutterWindow {
+ public:
+  MainFlutterWindow(Platform& platform, BinaryMessenger& messenger, NotificationCenter& notifications,
+                    MacRecorderManager& manager);
+
+ private:
+  Logger logger_;
+  std::unique_ptr<UploadServiceChannel> uploadService_;
+  std::unique_ptr<RecorderEventsChannel> recorderEvents_;
+  std::unique_ptr<MacRecorderChannel> recorder_;
+  std::unique_ptr<ScreenCaptureChannel> screenCapture_;
+  std::unique_ptr<RecordingStatisticsChannel> statistics_;
+};
+
+}  // namespace quillbeam

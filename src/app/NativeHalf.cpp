@@ -1,0 +1,95 @@
+#include "app/NativeHalf.h"
+
+#include <algorithm>
+
+#include "app/MainFlutterWindow.h"
+#include "app/SocketMessenger.h"
+#include "base/Json.h"
+#include "base/TaskScope.h"
+#include "platform/NotificationCenter.h"
+#include "recording/MacRecorderManager.h"
+#include "recording/RecordingJournal.h"
+#include "recording/RecordingRepair.h"
+
+namespace quillbeam {
+
+namespace {
+
+Path dataDirectory(const Places& places) { return joined(places.applicationSupport, bundleIdentifier); }
+
+Path lockPath(const Places& places) { return joined(dataDirectory(places), "native.lock"); }
+
+Result<std::unique_ptr<FileLock>> takeDataDirectory(Platform& platform, const NativeHalf::Options& options) {
+  TRY_VOID(platform.files.createDirectories(dataDirectory(platform.places)));
+  const RunningNativeHalf self{platform.processId, options.command, options.socketPath};
+  TRY(const std::string note, toJson(toValue(self)));
+  return platform.files.lock(lockPath(platform.places), note);
+}
+
+}  // namespace
+
+struct NativeHalf::Parts {
+  Parts(Platform& world, Options given, std::unique_ptr<FileLock> held)
+      : platform(world),
+        options(std::move(given)),
+        lock(std::move(held)),
+        notifications(world.dispatch.main()),
+        journal(world.files, world.places, world.random),
+        manager(world, journal),
+        repair(world, journal),
+        tasks(world.dispatch.main()) {}
+
+  Platform& platform;
+  const Options options;
+  std::unique_ptr<FileLock> lock;
+  NotificationCenter notifications;
+  RecordingJournal journal;
+  MacRecorderManager manager;
+  RecordingRepair repair;
+  std::unique_ptr<SocketMessenger> messenger;
+  std::unique_ptr<MainFlutterWindow> window;
+  TaskScope tasks;
+};
+
+NativeHalf::NativeHalf(std::unique_ptr<Parts> parts) : parts_(std::move(parts)) {}
+NativeHalf::~NativeHalf() = default;
+
+Result<std::unique_ptr<NativeHalf>> NativeHalf::create(Platform& platform, Options options) {
+  TRY(auto lock, takeDataDirectory(platform, options));
+  auto parts = std::make_unique<Parts>(platform, std::move(options), std::move(lock));
+  const Path& socketPath = parts->options.socketPath;
+  TRY_VOID(platform.files.createDirectories(Path(parentDirectory(socketPath))));
+  TRY(parts->messenger, SocketMessenger::listen(platform.localSockets, socketPath, platform.dispatch.main()));
+  parts->window = std::make_unique<MainFlutterWindow>(platform, *parts->messenger, parts->notifications,
+                                                      parts->manager);
+  parts->tasks.start(parts->repair.run());
+  return std::unique_ptr<NativeHalf>(new NativeHalf(std::move(parts)));
+}
+
+const Path& NativeHalf::socketPath() const { return parts_->options.socketPath; }
+
+Task<void> NativeHalf::shutDown() { return parts_->manager.shutDown(); }
+
+Path defaultSocketPath(const Places& places) {
+  return joined(joined(places.runtime, bundleIdentifier), "native.sock");
+}
+
+Result<RunningNativeHalf> findRunningNativeHalf(Files& files, const Places& places) {
+  const Path path = lockPath(places);
+  if (!files.exists(path)) return LocalSocketError::notListening;
+  const auto lock = files.lock(path, "");
+  if (lock) return LocalSocketError::notListening;
+  if (!lock.error().is(FilesError::locked)) return lock.error();
+  const std::string* note = lock.error().payload() == nullptr ? nullptr : lock.error().payload()->asString();
+  TRY(const Value holder, parseJson(note == nullptr ? "" : *note));
+  return fromValue<RunningNativeHalf>(holder);
+}
+
+bool isBeingRecorded(Platform& platform, const Path& file) {
+  if (!findRunningNativeHalf(platform.files, platform.places)) return false;
+  RecordingJournal journal(platform.files, platform.places, platform.random);
+  return std::ranges::any_of(journal.openRecordings(),
+                             [&](const OpenRecording& open) { return open.filePath == file; });
+}
+
+}  // namespace quillbeam
