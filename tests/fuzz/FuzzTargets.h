@@ -1,0 +1,14 @@
+#pragma once
+
+#include "base/ByteChain.h"
+
+namespace quillbeam::fuzz {
+
+/// Values, method calls and replies: what is accepted comes back the same when written again.
+void standardCodec(ByteSpan input);
+/// A stream of frames: found the same however it is cut.
+void frameStream(ByteSpan input);
+/// JSON text: what is accepted comes back the same when written again.
+void json(ByteSpan input);
+
+}  // namespace quillbeam::fuzz
