@@ -1,0 +1,178 @@
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <string>
+
+#include "base/Value.h"
+#include "platform/linux/posix/PosixFiles.h"
+#include "platform/sim/SimFiles.h"
+#include "support/Worlds.h"
+
+namespace quillbeam {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+ByteChain bytesOf(std::string_view text) { return ByteChain(Bytes(text.begin(), text.end())); }
+
+class FilesConformance : public ConformanceTest {
+ protected:
+  FilesConformance() {
+    if (isSim()) {
+      files_ = std::make_unique<SimFiles>(dispatch());
+    } else {
+      files_ = std::make_unique<PosixFiles>();
+    }
+    EXPECT_TRUE(files_->createDirectories(root_));
+  }
+
+  Files& files() { return *files_; }
+  Path at(std::string_view name) const { return joined(root_, name); }
+  std::string content(const Path& path) {
+    const Result<Bytes> bytes = files_->read(path);
+    return bytes ? std::string(bytes->begin(), bytes->end()) : bytes.error().description();
+  }
+  std::vector<std::string> names(const Path& path) {
+    return files_->list(path).value_or(std::vector<std::string>{"(failed)"});
+  }
+  const Path& root() const { return root_; }
+  template <class T>
+  static int errorCode(const Result<T>& result) {
+    if (result) return 0;
+    EXPECT_EQ(result.error().domain(), posixErrorDomain);
+    return result.error().code();
+  }
+
+ private:
+  TestDirectory directory_;
+  const Path root_ = joined(directory_.path(), "root");
+  std::unique_ptr<Files> files_;
+};
+QB_ON_BOTH_WORLDS(FilesConformance);
+
+TEST_P(FilesConformance, writesAtomicallyOverWhatIsThereAndLeavesNothingElse) {
+  const Path path = at("state.json");
+  ASSERT_TRUE(files().writeAtomically(path, bytesOf("old")));
+  ByteChain chain = bytesOf("new ");
+  chain.append(bytesOf("content"));
+  chain.append(ByteChain(Bytes(300'000, 'x')));
+  ASSERT_TRUE(files().writeAtomically(path, chain));
+  EXPECT_EQ(content(path), "new content" + std::string(300'000, 'x'));
+  EXPECT_THAT(names(root()), ElementsAre("state.json"));
+  ASSERT_TRUE(files().writeAtomically(path, ByteChain()));
+  EXPECT_EQ(content(path), "");
+}
+
+TEST_P(FilesConformance, aFailedAtomicWriteLeavesNoTemporaryFile) {
+  ASSERT_TRUE(files().createDirectories(at("taken")));
+  EXPECT_EQ(errorCode(files().writeAtomically(at("taken"), bytesOf("x"))), EISDIR);
+  EXPECT_THAT(names(root()), ElementsAre("taken"));
+  EXPECT_EQ(errorCode(files().writeAtomically(at("missing/file"), bytesOf("x"))), ENOENT);
+}
+
+TEST_P(FilesConformance, writesNewFilesOnlyAndAppendsInOrder) {
+  const Path path = at("part");
+  ASSERT_TRUE(files().writeNew(path, bytesOf("one"), Durability::durable));
+  EXPECT_EQ(errorCode(files().writeNew(path, bytesOf("two"), Durability::cached)), EEXIST);
+  ASSERT_TRUE(files().append(path, bytesOf(" two"), Durability::cached));
+  ASSERT_TRUE(files().append(path, bytesOf(" three"), Durability::durable));
+  EXPECT_EQ(content(path), "one two three");
+  ASSERT_TRUE(files().append(at("fresh"), bytesOf("appended"), Durability::cached));
+  EXPECT_EQ(content(at("fresh")), "appended");
+}
+
+TEST_P(FilesConformance, createsParentsAndToleratesExistingDirectories) {
+  ASSERT_TRUE(files().createDirectories(at("a/b/c")));
+  ASSERT_TRUE(files().createDirectories(at("a/b/c")));
+  EXPECT_EQ(files().info(at("a/b"))->kind, FileKind::directory);
+  ASSERT_TRUE(files().writeNew(at("file"), bytesOf(""), Durability::cached));
+  EXPECT_EQ(errorCode(files().createDirectories(at("file"))), EEXIST);
+  EXPECT_EQ(errorCode(files().createDirectories(at("file/below"))), ENOTDIR);
+}
+
+TEST_P(FilesConformance, listsNamesSortedAndOnlyThoseOfTheDirectoryItself) {
+  for (const char* name : {"b", "a.txt", ".hidden", "ab"}) {
+    ASSERT_TRUE(files().writeNew(at(name), bytesOf(name), Durability::cached));
+  }
+  ASSERT_TRUE(files().createDirectories(at("a/deep")));
+  EXPECT_THAT(names(root()), ElementsAre(".hidden", "a", "a.txt", "ab", "b"));
+  EXPECT_THAT(names(at("a/deep")), IsEmpty());
+  EXPECT_EQ(errorCode(files().list(at("nowhere"))), ENOENT);
+  EXPECT_EQ(errorCode(files().list(at("b"))), ENOTDIR);
+}
+
+TEST_P(FilesConformance, tellsSizeKindAndTime) {
+  const Date before = dispatch().now() - std::chrono::seconds(2);
+  ASSERT_TRUE(files().writeNew(at("file"), bytesOf("12345"), Durability::cached));
+  const Result<FileInfo> info = files().info(at("file"));
+  ASSERT_TRUE(info);
+  EXPECT_EQ(info->kind, FileKind::regular);
+  EXPECT_EQ(info->size, 5);
+  EXPECT_GE(info->modified, before);
+  EXPECT_LE(info->modified, dispatch().now() + std::chrono::seconds(2));
+  EXPECT_EQ(errorCode(files().info(at("nothing"))), ENOENT);
+  EXPECT_FALSE(files().exists(at("nothing")));
+  EXPECT_TRUE(files().exists(at("file")));
+}
+
+TEST_P(FilesConformance, renamesFilesOverFilesAndDirectoriesWithAllTheyHold) {
+  ASSERT_TRUE(files().writeNew(at("from"), bytesOf("moved"), Durability::cached));
+  ASSERT_TRUE(files().writeNew(at("to"), bytesOf("replaced"), Durability::cached));
+  ASSERT_TRUE(files().rename(at("from"), at("to")));
+  EXPECT_EQ(content(at("to")), "moved");
+  EXPECT_FALSE(files().exists(at("from")));
+
+  ASSERT_TRUE(files().createDirectories(at("recording/segments")));
+  ASSERT_TRUE(files().writeNew(at("recording/segments/1"), bytesOf("s"), Durability::cached));
+  ASSERT_TRUE(files().rename(at("recording"), at("kept")));
+  EXPECT_EQ(content(at("kept/segments/1")), "s");
+
+  EXPECT_EQ(errorCode(files().rename(at("nothing"), at("x"))), ENOENT);
+  EXPECT_EQ(errorCode(files().rename(at("to"), at("kept"))), EISDIR);
+  EXPECT_EQ(errorCode(files().rename(at("kept"), at("to"))), ENOTDIR);
+  EXPECT_EQ(errorCode(files().rename(at("kept"), at("kept/segments/self"))), EINVAL);
+  ASSERT_TRUE(files().createDirectories(at("other")));
+  ASSERT_TRUE(files().writeNew(at("kept.sibling"), bytesOf(""), Durability::cached));
+  EXPECT_EQ(errorCode(files().rename(at("other"), at("kept"))), ENOTEMPTY);
+}
+
+TEST_P(FilesConformance, removesAFileOrAWholeDirectoryButNotItsNeighbours) {
+  ASSERT_TRUE(files().createDirectories(at("session/parts")));
+  ASSERT_TRUE(files().writeNew(at("session/parts/1"), bytesOf("x"), Durability::cached));
+  ASSERT_TRUE(files().writeNew(at("session.json"), bytesOf("x"), Durability::cached));
+  ASSERT_TRUE(files().remove(at("session")));
+  EXPECT_THAT(names(root()), ElementsAre("session.json"));
+  ASSERT_TRUE(files().remove(at("session.json")));
+  EXPECT_EQ(errorCode(files().remove(at("session.json"))), ENOENT);
+}
+
+TEST_P(FilesConformance, readingReportsWhatIsMissingOrNoFileAndNamesThePath) {
+  EXPECT_EQ(errorCode(files().read(at("nothing"))), ENOENT);
+  EXPECT_THAT(files().read(at("nothing")).error().description(), HasSubstr("/nothing"));
+  ASSERT_TRUE(files().createDirectories(at("directory")));
+  EXPECT_EQ(errorCode(files().read(at("directory"))), EISDIR);
+}
+
+TEST_P(FilesConformance, measuresFreeSpaceAlsoWhereNothingExistsYet) {
+  const Result<std::int64_t> free = files().freeSpace(at("not/there/yet"));
+  ASSERT_TRUE(free);
+  EXPECT_GT(*free, 0);
+}
+
+TEST_P(FilesConformance, locksExcludeEachOtherAndTellTheHoldersNote) {
+  auto first = files().lock(at("lock"), "pid 1, with a rather long note");
+  ASSERT_TRUE(first);
+  const auto refused = files().lock(at("lock"), "pid 2");
+  ASSERT_FALSE(refused);
+  EXPECT_TRUE(refused.error().is(FilesError::locked));
+  EXPECT_EQ(*refused.error().payload()->asString(), "pid 1, with a rather long note");
+  first->reset();
+  const auto second = files().lock(at("lock"), "pid 2");
+  ASSERT_TRUE(second);
+  EXPECT_EQ(content(at("lock")), "pid 2") << "nothing of the former, longer note is left";
+}
+
+}  // namespace
+}  // namespace quillbeam

@@ -1,0 +1,175 @@
+#include <algorithm>
+
+#include "base/TaskScope.h"
+#include "platform/linux/ffmpeg/FfmpegMediaWriters.h"
+#include "platform/linux/posix/PosixFiles.h"
+#include "platform/sim/SimFiles.h"
+#include "platform/sim/SimMediaWriters.h"
+#include "platform/sim/SimPicture.h"
+#include "support/Worlds.h"
+
+namespace quillbeam {
+namespace {
+
+constexpr VideoSettings video{160, 96, 200'000, 15, 36, true, 0.8};
+constexpr AudioSettings audio{48'000, 2, 96'000, 64};
+
+SampleBuffer pictureAt(MediaTime time, int width = 160) {
+  return SampleBuffer::video(std::make_shared<SimPicture>(width, 96, 90),
+                             {MediaTime(1, 24), time, MediaTime::invalid()}, FrameStatus::complete);
+}
+
+SampleBuffer soundAt(MediaTime time, int frames = 480) {
+  auto block = std::make_shared<AudioBlock>();
+  block->samples.resize(static_cast<std::size_t>(frames) * 2);
+  return SampleBuffer::audio(std::move(block), time);
+}
+
+class MediaWritersConformance : public ConformanceTest {
+ protected:
+  MediaWritersConformance() {
+    if (isSim()) {
+      directory_ = "/recordings";
+      files_ = std::make_unique<SimFiles>(dispatch());
+      writers_ = std::make_unique<SimMediaWriters>(dispatch(), *files_);
+      EXPECT_TRUE(files_->createDirectories(directory_));
+    } else {
+      directory_ = realDirectory_.path();
+      files_ = std::make_unique<PosixFiles>();
+      writers_ = std::make_unique<FfmpegMediaWriters>();
+    }
+    path_ = directory_ + "/movie.mp4";
+  }
+
+  struct Movie {
+    std::unique_ptr<AssetWriter> writer;
+    AssetWriterInput* pictures = nullptr;
+    AssetWriterInput* sound = nullptr;
+  };
+
+  Movie begin() {
+    Movie movie{*writers_->makeMovieWriter(path_, NetworkUse::optimized)};
+    movie.pictures = movie.writer->addVideoInput(video);
+    movie.sound = movie.writer->addAudioInput(audio);
+    EXPECT_EQ(movie.writer->status(), AssetWriter::Status::unknown);
+    EXPECT_TRUE(movie.writer->startWriting());
+    movie.writer->startSession(MediaTime::zero());
+    return movie;
+  }
+
+  void record(Movie& movie, int seconds) {
+    for (int i = 0; i < 24 * seconds; ++i) {
+      const auto ready = [&] {
+        return movie.pictures->isReadyForMoreMediaData() && movie.sound->isReadyForMoreMediaData();
+      };
+      ASSERT_TRUE(world().waitUntil(ready));
+      ASSERT_TRUE(movie.pictures->append(pictureAt(MediaTime(i, 24))));
+      ASSERT_TRUE(movie.sound->append(soundAt(MediaTime(i, 24), 2000)));
+    }
+  }
+
+  Result<void> finish(AssetWriter& writer) {
+    std::optional<Result<void>> result;
+    TaskScope scope(dispatch().main());
+    scope.start(writer.finishWriting(), [&](Result<void> done) { result = std::move(done); });
+    EXPECT_TRUE(world().waitUntil([&] { return result.has_value(); }));
+    return result.value_or(Result<void>(CommonError::cancelled));
+  }
+
+  TestDirectory realDirectory_;
+  Path directory_;
+  Path path_;
+  std::unique_ptr<Files> files_;
+  std::unique_ptr<MediaWriters> writers_;
+};
+QB_ON_BOTH_WORLDS(MediaWritersConformance);
+
+TEST_P(MediaWritersConformance, aFinishedMovieIsCompleteAndNeedsNoRepair) {
+  Movie movie = begin();
+  record(movie, 2);
+  movie.writer->endSession(MediaTime(2, 1));
+  ASSERT_TRUE(finish(*movie.writer));
+  EXPECT_EQ(movie.writer->status(), AssetWriter::Status::completed);
+  EXPECT_FALSE(movie.writer->error());
+  EXPECT_EQ(movie.writer->bytesWritten(), files_->info(path_)->size);
+  EXPECT_FALSE(movie.pictures->append(pictureAt(MediaTime(3, 1))));
+  EXPECT_TRUE(finish(*movie.writer)) << "finishing twice is finishing once";
+  const auto report = writers_->repair(path_);
+  ASSERT_TRUE(report);
+  EXPECT_TRUE(report->wasComplete);
+  EXPECT_NEAR(report->duration.seconds(), 2, 0.05);
+}
+
+TEST_P(MediaWritersConformance, inputsTakeOnlyWhatTheyCanPlaceOnTheTimeline) {
+  const auto writer = *writers_->makeMovieWriter(path_, NetworkUse::notOptimized);
+  AssetWriterInput& pictures = *writer->addVideoInput(video);
+  EXPECT_EQ(writer->addVideoInput(video), nullptr) << "one track of pictures";
+  EXPECT_FALSE(pictures.append(pictureAt(MediaTime::zero()))) << "not writing";
+  EXPECT_FALSE(pictures.isReadyForMoreMediaData());
+  ASSERT_TRUE(writer->startWriting());
+  EXPECT_FALSE(writer->startWriting());
+  EXPECT_EQ(writer->addAudioInput(audio), nullptr) << "writing already";
+  EXPECT_FALSE(pictures.append(pictureAt(MediaTime::zero()))) << "no session";
+
+  writer->startSession(MediaTime::zero());
+  EXPECT_TRUE(pictures.append(pictureAt(MediaTime(5, 24))));
+  EXPECT_FALSE(pictures.append(pictureAt(MediaTime(5, 24)))) << "times must rise";
+  EXPECT_FALSE(pictures.append(pictureAt(MediaTime(4, 24))));
+  EXPECT_FALSE(pictures.append(pictureAt(MediaTime(6, 24), 320))) << "another size";
+  EXPECT_FALSE(pictures.append(soundAt(MediaTime(6, 24))));
+  EXPECT_FALSE(pictures.append(SampleBuffer()));
+  EXPECT_TRUE(pictures.append(pictureAt(MediaTime(7, 24))));
+  pictures.markAsFinished();
+  EXPECT_FALSE(pictures.append(pictureAt(MediaTime(8, 24))));
+}
+
+TEST_P(MediaWritersConformance, refusalsSayWhy) {
+  const auto unreachable = writers_->makeMovieWriter(directory_ + "/missing/movie.mp4", NetworkUse::optimized);
+  ASSERT_FALSE(unreachable);
+  EXPECT_TRUE(unreachable.error().is(AssetWriterError::cannotOpenFile));
+  ASSERT_NE(unreachable.error().underlying(), nullptr);
+  EXPECT_EQ(unreachable.error().underlying()->code(), ENOENT);
+
+  const auto late = *writers_->makeMovieWriter(path_, NetworkUse::optimized);
+  late->addAudioInput(audio);
+  ASSERT_TRUE(files_->writeNew(path_, ByteChain(Bytes{1, 2, 3}), Durability::cached));
+  EXPECT_TRUE(writers_->makeMovieWriter(path_, NetworkUse::optimized).error().is(AssetWriterError::fileExists));
+  EXPECT_FALSE(late->startWriting()) << "a file that appeared meanwhile is not overwritten";
+  EXPECT_EQ(late->status(), AssetWriter::Status::failed);
+  EXPECT_TRUE(late->error()->is(AssetWriterError::fileExists));
+  EXPECT_EQ(files_->read(path_).value(), (Bytes{1, 2, 3}));
+
+  EXPECT_TRUE(writers_->repair(path_).error().is(AssetWriterError::notRecoverable));
+  EXPECT_TRUE(writers_->repair(directory_ + "/nowhere.mp4").error().is(AssetWriterError::cannotOpenFile));
+}
+
+TEST_P(MediaWritersConformance, cancellingRemovesTheFile) {
+  Movie movie = begin();
+  record(movie, 1);
+  movie.writer->cancelWriting();
+  EXPECT_EQ(movie.writer->status(), AssetWriter::Status::cancelled);
+  EXPECT_FALSE(files_->exists(path_));
+  EXPECT_FALSE(movie.sound->append(soundAt(MediaTime(9, 1))));
+  EXPECT_FALSE(finish(*movie.writer));
+}
+
+TEST_P(MediaWritersConformance, aMovieLeftUnfinishedIsRepairedOnce) {
+  {
+    Movie movie = begin();
+    const std::int64_t empty = movie.writer->bytesWritten();
+    record(movie, 5);
+    EXPECT_TRUE(isSim() || world().waitUntil([&] {
+      return movie.writer->bytesWritten() > empty + 4000; })));
+  }
+  const auto report = writers_->repair(path_);
+  ASSERT_TRUE(report) << report.error().fullDescription();
+  EXPECT_FALSE(report->wasComplete);
+  EXPECT_GE(report->duration.seconds(), 0.9);
+  const auto again = writers_->repair(path_);
+  ASSERT_TRUE(again);
+  EXPECT_TRUE(again->wasComplete);
+  EXPECT_EQ(again->duration, report->duration);
+}
+
+}  // namespace
+}  // namespace quillbeam
