@@ -1,0 +1,113 @@
+#include "platform/linux/ffmpeg/Interleaver.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace quillbeam {
+
+namespace {
+
+MediaTime decodeTime(const EncodedPacket& packet, std::int32_t timescale) { return {packet.decodeTime, timescale}; }
+
+}  // namespace
+
+Interleaver::Interleaver(std::vector<std::int32_t> timescales, Timing timing)
+    : timing_(timing), boundary_(timing.fragment) {
+  for (const std::int32_t timescale : timescales) tracks_.push_back({.timescale = timescale});
+}
+
+void Interleaver::push(std::size_t index, EncodedPacket packet) {
+  Track& track = tracks_[index];
+  if (!track.packets.empty()) {
+    EncodedPacket& previous = track.packets.back();
+    previous.duration = packet.decodeTime - previous.decodeTime;
+    track.started = true;
+  }
+  track.reached = decodeTime(packet, track.timescale);
+  track.packets.push_back(std::move(packet));
+}
+
+void Interleaver::endTrack(std::size_t index, std::optional<MediaTime> end) {
+  Track& track = tracks_[index];
+  track.ended = true;
+  if (!end || track.packets.empty()) return;
+  EncodedPacket& last = track.packets.back();
+  const std::int64_t duration = end->rescaled(track.timescale).value() - last.decodeTime;
+  if (duration > 0) last.duration = duration;
+}
+
+void Interleaver::cutTrack(std::size_t index, MediaTime end) {
+  Track& track = tracks_[index];
+  const std::int64_t endTicks = end.rescaled(track.timescale).value();
+  while (!track.packets.empty() && track.packets.back().presentationTime >= endTicks) track.packets.pop_back();
+  if (track.packets.empty()) return;
+  EncodedPacket& last = track.packets.back();
+  last.duration = std::clamp<std::int64_t>(endTicks - last.presentationTime, 1, last.duration);
+}
+
+MediaTime Interleaver::furthest() const {
+  MediaTime furthest = MediaTime::zero();
+  for (const Track& track : tracks_) {
+    if (track.reached) furthest = std::max(furthest, *track.reached);
+  }
+  return furthest;
+}
+
+std::vector<std::size_t> Interleaver::missingTracks(MediaTime lead) const {
+  std::vector<std::size_t> missing;
+  if (furthest() < lead) return missing;
+  for (std::size_t i = 0; i < tracks_.size(); ++i) {
+    if (!tracks_[i].started && !tracks_[i].ended) missing.push_back(i);
+  }
+  return missing;
+}
+
+bool Interleaver::holdsUp(const Track& track, MediaTime furthest) const {
+  if (track.ended) return false;
+  if (!track.started) return true;
+  const MediaTime reached = track.reached.value_or(MediaTime::zero());
+  return reached < boundary_ && furthest - reached < timing_.patience;
+}
+
+bool Interleaver::isTakeable(const Track& track) const {
+  // A packet without a successor has no duration yet.
+  return track.packets.size() > (track.ended ? 0 : 1);
+}
+
+bool Interleaver::isFragmentReady() const {
+  const MediaTime reach = furthest();
+  const bool held = std::ranges::any_of(tracks_, [&](const Track& track) { return holdsUp(track, reach); });
+  if (held || !std::ranges::any_of(tracks_, [&](const Track& track) { return isTakeable(track); })) return false;
+  const bool allEnded = std::ranges::all_of(tracks_, &Track::ended);
+  return allEnded || reach >= boundary_;
+}
+
+std::vector<Interleaver::TrackPacket> Interleaver::takeFragment() {
+  skipEmptyIntervals();
+  std::vector<TrackPacket> fragment;
+  for (std::size_t i = 0; i < tracks_.size(); ++i) {
+    Track& track = tracks_[i];
+    while (isTakeable(track) && decodeTime(track.packets.front(), track.timescale) < boundary_) {
+      fragment.push_back({i, std::move(track.packets.front())});
+      track.packets.pop_front();
+    }
+  }
+  std::ranges::stable_sort(fragment, {}, [this](const TrackPacket& packet) {
+    return decodeTime(packet.packet, tracks_[packet.track].timescale);
+  });
+  boundary_ = boundary_ + timing_.fragment;
+  return fragment;
+}
+
+void Interleaver::skipEmptyIntervals() {
+  std::optional<MediaTime> first;
+  for (const Track& track : tracks_) {
+    if (!isTakeable(track)) continue;
+    const MediaTime time = decodeTime(track.packets.front(), track.timescale);
+    if (!first || time < *first) first = time;
+  }
+  if (!first) return;
+  while (*first >= boundary_) boundary_ = boundary_ + timing_.fragment;
+}
+
+}  // namespace quillbeam
