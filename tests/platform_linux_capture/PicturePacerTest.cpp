@@ -1,0 +1,88 @@
+#include "platform/linux/capture/PicturePacer.h"
+
+#include <gtest/gtest.h>
+
+namespace quillbeam {
+namespace {
+
+using Action = PicturePacer::Action;
+using Repeats = PicturePacer::Repeats;
+using Room = PicturePacer::Room;
+
+constexpr MediaTime frame{1, 24};
+constexpr std::int64_t uptime = 24LL * 3600 * 24 * 400;  // ticks of a machine that has been up for 400 days
+
+MediaTime tick(std::int64_t number) { return {uptime + number, 24}; }
+MediaTime ms(std::int64_t milliseconds) { return {milliseconds, 1000}; }
+
+TEST(FrameGrid, findsTheTickOfAnyMomentExactly) {
+  const FrameGrid grid(frame);
+  EXPECT_EQ(grid.tickAt(tick(7)), uptime + 7);
+  EXPECT_EQ(grid.tickAt((tick(7)).rescaled(1'000'000'000) - MediaTime::nanoseconds(1)), uptime + 6);
+  EXPECT_EQ(FrameGrid(MediaTime(1001, 30'000)).at(3), MediaTime(3003, 30'000));
+}
+
+TEST(PicturePacer, takesEveryChangeOfAScreenThatIsFasterThanTheGrid) {
+  PicturePacer pacer(frame);
+  for (int i = 0; i < 48; ++i) {
+    const auto decision = pacer.decide(tick(i) + ms(1), ScreenState::changed, Repeats::everySecond, Room::free);
+    EXPECT_EQ(decision.action, Action::grab);
+    EXPECT_EQ(decision.stamp, tick(i)) << "a millisecond late is still on the grid";
+    EXPECT_EQ(decision.missed, 0);
+    pacer.pictureTaken(decision.stamp);
+  }
+}
+
+TEST(PicturePacer, repeatsAStillScreenEveryTickAtFirstAndThenEverySecond) {
+  PicturePacer pacer(frame);
+  EXPECT_EQ(pacer.decide(tick(0), ScreenState::unchanged, Repeats::everyTick, Room::free).action, Action::nothing)
+      << "there is nothing to repeat before the first picture";
+  pacer.pictureTaken(tick(0));
+  int repeats = 0;
+  for (int i = 1; i <= 10; ++i) {
+    const auto decision = pacer.decide(tick(i), ScreenState::unchanged, Repeats::everyTick, Room::free);
+    EXPECT_EQ(decision.action, Action::repeat);
+    pacer.pictureTaken(decision.stamp);
+  }
+  for (int i = 11; i <= 10 + 5 * 24; ++i) {
+    const auto decision = pacer.decide(tick(i), ScreenState::unchanged, Repeats::everySecond, Room::free);
+    if (decision.action != Action::repeat) continue;
+    EXPECT_EQ(decision.stamp, tick(10 + ++repeats * 24));
+    pacer.pictureTaken(decision.stamp);
+  }
+  EXPECT_EQ(repeats, 5);
+}
+
+TEST(PicturePacer, countsTheTicksThatItSleptThroughWhileTheScreenChanged) {
+  PicturePacer pacer(frame);
+  pacer.pictureTaken(pacer.decide(tick(0), ScreenState::changed, Repeats::everySecond, Room::free).stamp);
+  const auto late = pacer.decide(tick(4) + ms(20), ScreenState::changed, Repeats::everySecond, Room::free);
+  EXPECT_EQ(late.missed, 3);
+  EXPECT_EQ(late.stamp, tick(4) + ms(20)) << "so late that the grid would be a lie";
+  pacer.pictureTaken(late.stamp);
+  EXPECT_EQ(pacer.decide(tick(9), ScreenState::unchanged, Repeats::everySecond, Room::free).missed, 0)
+      << "nothing was there to be missed";
+}
+
+TEST(PicturePacer, leavesTheScreenAloneWhileTheOutputIsFullAndCountsIt) {
+  PicturePacer pacer(frame);
+  pacer.pictureTaken(pacer.decide(tick(0), ScreenState::changed, Repeats::everySecond, Room::free).stamp);
+  const auto refused = pacer.decide(tick(1), ScreenState::changed, Repeats::everySecond, Room::none);
+  EXPECT_EQ(refused.action, Action::nothing);
+  EXPECT_EQ(refused.missed, 1);
+  EXPECT_EQ(pacer.decide(tick(2), ScreenState::changed, Repeats::everySecond, Room::free).action, Action::grab);
+}
+
+TEST(PicturePacer, showsAPictureAgainThatTheOutputDidNotGet) {
+  PicturePacer pacer(frame);
+  pacer.pictureTaken(pacer.decide(tick(0), ScreenState::changed, Repeats::everySecond, Room::free).stamp);
+  pacer.pictureRefused();
+  EXPECT_EQ(pacer.decide(tick(1), ScreenState::unchanged, Repeats::everySecond, Room::none).action, Action::nothing);
+  const auto again = pacer.decide(tick(2), ScreenState::unchanged, Repeats::everySecond, Room::free);
+  EXPECT_EQ(again.action, Action::repeat);
+  pacer.pictureTaken(again.stamp);
+  EXPECT_EQ(pacer.decide(tick(3), ScreenState::unchanged, Repeats::everySecond, Room::free).action, Action::nothing);
+}
+
+}  // namespace
+}  // namespace quillbeam
