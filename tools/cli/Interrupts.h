@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+
+#include "base/Completion.h"
+#include "base/Task.h"
+#include "cli/CommandWorld.h"
+
+namespace quillbeam::cli {
+
+/// The user's wish to stop: SIGINT, SIGTERM and SIGHUP as something to wait for. One per world, made before it runs and
+/// outliving the run. Main queue.
+class Interrupts {
+ public:
+  /// `onInsisting` runs at the second signal and at every further one.
+  Interrupts(CommandWorld& world, std::function<void()> onInsisting);
+
+  bool haveArrived() const { return count_ > 0; }
+  /// Ends at the first signal, at once when it has come already.
+  Task<void> wait();
+  /// The same, and after `atMost` in any case.
+  Task<void> wait(Duration atMost);
+  /// Ends a wait that is under way.
+  void endWaiting();
+
+ private:
+  void arrived();
+
+  DispatchQueue& main_;
+  std::function<void()> onInsisting_;
+  int count_ = 0;
+  std::optional<Completion<void>> waiter_;
+};
+
+}  // namespace quillbeam::cli

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "app/NativeHalf.h"
+
+namespace quillbeam::cli {
+
+/// The native half of the user's data directory, whoever runs it: this process when nobody else does, otherwise the
+/// process that holds it. Main queue.
+class NativeHost {
+ public:
+  /// `command` is what this process calls itself when it becomes the native half.
+  static Task<std::unique_ptr<NativeHost>> find(Platform& platform, std::string command);
+
+  const Path& socketPath() const { return socketPath_; }
+  bool isForeign() const { return own_ == nullptr; }
+  /// Which process it is.
+  const std::string& description() const { return description_; }
+  /// Ends it in an orderly way when it is this process.
+  Task<void> release();
+
+ private:
+  NativeHost(std::unique_ptr<NativeHalf> own, Path socketPath, std::string description)
+      : own_(std::move(own)), socketPath_(std::move(socketPath)), description_(std::move(description)) {}
+  static Result<std::unique_ptr<NativeHost>> tryOnce(Platform& platform, const std::string& command);
+
+  std::unique_ptr<NativeHalf> own_;
+  Path socketPath_;
+  std::string description_;
+};
+
+std::string describe(const RunningNativeHalf& running);
+
+}  // namespace quillbeam::cli

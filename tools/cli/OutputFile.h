@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+#include "base/Date.h"
+#include "platform/Files.h"
+#include "platform/Places.h"
+
+namespace quillbeam::cli {
+
+/// "Recording 2026-11-22 at 21.50.03.mp4", local time, in the user's Videos directory.
+Path defaultOutputFile(const Places& places, Date now);
+/// `given` as the user meant it: relative to the working directory.
+Path absolutePath(const std::string& given);
+
+}  // namespace quillbeam::cli

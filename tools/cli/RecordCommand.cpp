@@ -1,0 +1,115 @@
+#include "cli/RecordCommand.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+
+#include "base/Json.h"
+#include "cli/Messages.h"
+#include "cli/NativeHost.h"
+#include "cli/OutputFile.h"
+
+namespace quillbeam::cli {
+
+namespace {
+
+/// What is missing, in the words of the one who can change it.
+std::string environmentHint() {
+  const char* display = std::getenv("DISPLAY");
+  const char* sound = std::getenv("PULSE_SERVER");
+  return std::string("DISPLAY is ") + (display ? "\"" + std::string(display) + "\"" : "not set") +
+         ", PULSE_SERVER is " + (sound ? "\"" + std::string(sound) + "\"" : "not set");
+}
+
+std::string resultJson(const RecordingRun::Outcome& outcome) {
+  const RecordingFigures& figures = outcome.figures;
+  const Value result = ValueMap{{"filePath", outcome.stopReply.at("filePath")},
+                                {"durationSeconds", figures.durationSeconds},
+                                {"videoFrames", figures.videoFrames},
+                                {"droppedFrames", figures.droppedFrames},
+                                {"usedNativeUpload", outcome.stopReply.at("usedNativeUpload")},
+                                {"nativeUploadFileId", outcome.stopReply.at("nativeUploadFileId")}};
+  return toJson(result).value_or("{}");
+}
+
+std::string resultText(const RecordingFigures& figures) {
+  return "Recorded " + durationText(figures.durationSeconds) + " (" + std::to_string(figures.videoFrames) +
+         " frames, " + std::to_string(figures.droppedFrames) + " dropped, " + sizeText(figures.fileBytes) +
+         "): " + figures.filePath;
+}
+
+}  // namespace
+
+RecordCommand::RecordCommand(CLI::App& program)
+    : Command(program.add_subcommand("record", "Record the screen until Ctrl-C")) {
+  commandLine()
+      .add_option("--mode", mode_, "What to record")
+      ->check(CLI::IsMember({"screen_with_audio", "screen_with_audio_and_mic", "system_audio_with_mic", "audio_only"}))
+      ->capture_default_str();
+  commandLine().add_option("--seconds", seconds_, "Stop by itself after this time")->check(CLI::PositiveNumber);
+  commandLine().add_option("--output", output_, "The file to write; default: a dated name in the Videos directory");
+  commandLine().add_flag("--no-microphone", withoutMicrophone_, "Leave the microphone out");
+  commandLine().add_flag("--no-system-audio", withoutSystemAudio_, "Leave out what the computer plays");
+  commandLine().add_flag("--json", asJson_, "Print the result as one JSON object");
+  commandLine().add_flag("--verbose", verbose_, "Print the system's diagnostic lines on standard error");
+}
+
+ExitCode RecordCommand::run() {
+  using Lines = LinuxPlatform::DiagnosticLines;
+  CommandWorld world(verbose_ ? Lines::standardError : Lines::systemLog, CommandWorld::Signals::areWatched);
+  if (output_.empty()) {
+    output_ = defaultOutputFile(world.platform().places, world.platform().dispatch.now());
+    if (auto made = world.platform().files.createDirectories(world.platform().places.movies); !made) {
+      complain(made.error().fullDescription());
+      return ExitCode::failed;
+    }
+  }
+  output_ = absolutePath(output_);
+  Interrupts interrupts(world, [this] { giveUp(); });
+  return world.run(record(world.platform(), interrupts));
+}
+
+Task<ExitCode> RecordCommand::record(Platform& platform, Interrupts& interrupts) {
+  CO_TRY(const auto host, co_await NativeHost::find(platform, "record"));
+  auto outcome = co_await recordThrough(platform, interrupts, host->socketPath());
+  auto ended = co_await host->release();
+  if (!outcome) co_return outcome.error();
+  if (!ended) complain(ended.error().fullDescription());
+  if (outcome->code != ExitCode::ok && host->isForeign()) outcome->complaint += " (" + host->description() + ")";
+  report(*outcome);
+  co_return outcome->code;
+}
+
+Task<RecordingRun::Outcome> RecordCommand::recordThrough(Platform& platform, Interrupts& interrupts, Path socketPath) {
+  CO_TRY(const auto client, NativeClient::connect(platform, socketPath));
+  RecordingRun recording(platform, *client, interrupts,
+                         {.filePath = output_,
+                          .mode = mode_,
+                          .includeSystemAudio = !withoutSystemAudio_,
+                          .includeMicrophone = !withoutMicrophone_,
+                          .length = length()});
+  co_return co_await recording.run();
+}
+
+std::optional<Duration> RecordCommand::length() const {
+  if (!seconds_) return std::nullopt;
+  return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(*seconds_));
+}
+
+void RecordCommand::report(const RecordingRun::Outcome& outcome) const {
+  const bool hasFile = !outcome.stopReply.at("filePath").isNil();
+  if (asJson_ && hasFile) printLine(resultJson(outcome));
+  if (!asJson_ && hasFile) printLine(resultText(outcome.figures));
+  if (!outcome.complaint.empty()) complain(outcome.complaint);
+  if (outcome.code == ExitCode::nothingToCapture) complain(environmentHint());
+}
+
+void RecordCommand::giveUp() const {
+  complain("gave up; the file is complete up to its last second or so. To finish it: quillbeam repair '" + output_ +
+           "'");
+  // Nothing may run any more: an orderly end is what was given up.
+  _exit(static_cast<int>(ExitCode::gaveUp));
+}
+
+}  // namespace quillbeam::cli

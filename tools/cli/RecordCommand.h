@@ -1,0 +1,34 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "app/NativeHalf.h"
+#include "cli/Command.h"
+#include "cli/RecordingRun.h"
+
+namespace quillbeam::cli {
+
+/// `quillbeam record`: records the screen until it is told to stop.
+class RecordCommand final : public Command {
+ public:
+  explicit RecordCommand(CLI::App& program);
+  ExitCode run() override;
+
+ private:
+  Task<ExitCode> record(Platform& platform, Interrupts& interrupts);
+  Task<RecordingRun::Outcome> recordThrough(Platform& platform, Interrupts& interrupts, Path socketPath);
+  std::optional<Duration> length() const;
+  void report(const RecordingRun::Outcome& outcome) const;
+  [[noreturn]] void giveUp() const;
+
+  std::string mode_ = "screen_with_audio_and_mic";
+  std::optional<double> seconds_;
+  std::string output_;
+  bool withoutMicrophone_ = false;
+  bool withoutSystemAudio_ = false;
+  bool asJson_ = false;
+  bool verbose_ = false;
+};
+
+}  // namespace quillbeam::cli

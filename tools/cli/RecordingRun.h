@@ -1,0 +1,55 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "cli/Interrupts.h"
+#include "cli/NativeClient.h"
+#include "cli/ProgressLine.h"
+#include "cli/RecordingFigures.h"
+
+namespace quillbeam::cli {
+
+/// One recording through a native half, from choosing the display to the finished file.
+///
+///     select → start → watch (until told to stop, the time is up, or something breaks) → stop
+class RecordingRun {
+ public:
+  struct Request {
+    Path filePath;
+    std::string mode;
+    bool includeSystemAudio = true;
+    bool includeMicrophone = true;
+    std::optional<Duration> length;  ///< from the moment when the recording runs; unlimited when not set
+  };
+  struct Outcome {
+    ExitCode code = ExitCode::failed;
+    std::string complaint;  ///< what went wrong; empty when nothing did
+    RecordingFigures figures;
+    Value stopReply;  ///< the native half's answer to the stop; nil when there was none
+  };
+
+  RecordingRun(Platform& platform, NativeClient& client, Interrupts& interrupts, Request request)
+      : platform_(platform), client_(client), interrupts_(interrupts), request_(std::move(request)) {}
+
+  Task<Outcome> run();
+
+ private:
+  Task<Value> call(std::string_view channel, std::string method, Value arguments = {});
+  Task<void> start();
+  Task<void> watch();
+  Task<void> readFigures();
+  Task<Outcome> stop();
+  Outcome failed(const Error& error) const;
+
+  Platform& platform_;
+  NativeClient& client_;
+  Interrupts& interrupts_;
+  const Request request_;
+  MediaTime startedAt_;
+  RecordingFigures figures_;
+  ProgressLine progress_;
+};
+
+}  // namespace quillbeam::cli

@@ -1,0 +1,13 @@
+#include "ClockScene.h"
+#include "ColoursScene.h"
+#include "MeetingScene.h"
+#include "PageScene.h"
+#include "Scene.h"
+
+std::unique_ptr<Scene> makeScene(std::string_view name) {
+  if (name == "clock") return std::make_unique<ClockScene>();
+  if (name == "meeting") return std::make_unique<MeetingScene>();
+  if (name == "page") return std::make_unique<PageScene>();
+  if (name == "colours") return std::make_unique<ColoursScene>();
+  return nullptr;
+}
