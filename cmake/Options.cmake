@@ -18,3 +18,8 @@ if(QUILLBEAM_SANITIZE)
     add_compile_options(-fno-sanitize-recover=all)
   endif()
 endif()
+
+if(QUILLBEAM_FUZZERS)
+  # So that the fuzzers see which branches of the rooms they reached.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
