@@ -23,7 +23,8 @@ RecordingRepair::RecordingRepair(Platform& platform, RecordingJournal& journal)
       queue_(platform.dispatch.makeSerialQueue("io.quillbeam.app.recording-repair")) {}
 
 Task<void> RecordingRepair::run() {
-  for (const OpenRecording& recording : journal_.openRecordings()) {
+  const std::vector<OpenRecording> recordings = journal_.openRecordings();
+  for (const OpenRecording& recording : recordings) {
     std::ignore = co_await repair(recording);
   }
   co_return success;
@@ -33,7 +34,8 @@ Task<void> RecordingRepair::repair(OpenRecording recording) {
   StandardOutput& out = platform_.standardOutput;
   MediaWriters& writers = platform_.mediaWriters;
   const Path path = recording.filePath;
-  const auto report = co_await runOn<RepairReport>(*queue_, [&writers, path] { return writers.repair(path); });
+  const auto repairFile = [&writers, path] { return writers.repair(path); };
+  const auto report = co_await runOn<RepairReport>(*queue_, repairFile);
   if (report) {
     out.print("✅ RecordingRepair: Recovered " + path + " (" + decimal(report->duration.seconds()) + "s, " +
               std::to_string(report->bytesDiscarded) + " torn bytes discarded)");
