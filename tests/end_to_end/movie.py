@@ -3,6 +3,7 @@
 import array
 import json
 import math
+import statistics
 import subprocess
 
 SOUND_RATE = 48000
@@ -65,19 +66,26 @@ class Movie:
         return [sum(1 << bit for bit, level in enumerate(row) if level > 127) for row in rows]
 
     def tone_level(self, track, hertz):
-        """Amplitude (0…1) of a tone in an audio track's middle second."""
+        """Amplitude (0…1) of a tone on the left of an audio track: the median over the tenths of its middle second, so
+        that a hiccup of a busy machine's player does not count."""
         raw = _output(["ffmpeg", "-v", "error", "-ss", str(self.duration / 2 - 0.5), "-t", "1", "-i", self.path,
-                       "-map", f"0:a:{track}", "-ac", "1", "-ar", str(SOUND_RATE), "-f", "f32le", "-"])
+                       "-map", f"0:a:{track}", "-af", "pan=mono|c0=c0", "-ar", str(SOUND_RATE), "-f", "f32le", "-"])
         samples = array.array("f", raw)
-        step = 2 * math.pi * hertz / SOUND_RATE
-        real = sum(s * math.cos(step * i) for i, s in enumerate(samples))
-        imaginary = sum(s * math.sin(step * i) for i, s in enumerate(samples))
-        return 2 * math.hypot(real, imaginary) / max(1, len(samples))
+        tenth = SOUND_RATE // 10
+        return statistics.median(_amplitude(samples[i:i + tenth], hertz) for i in range(0, len(samples) - tenth, tenth))
 
     def decodes_cleanly(self):
         """The decoder's complaints about the whole file; empty when there are none."""
-        return subprocess.run(["ffmpeg", "-v", "error", "-i", self.path, "-f", "null", "-"],
+        return subprocess.run(["ffmpeg", "-v", "error", "-i", self.path, "-fps_mode", "passthrough",
+                               "-enc_time_base", "-1", "-f", "null", "-"],
                               capture_output=True, text=True, check=False).stderr
+
+
+def _amplitude(samples, hertz):
+    step = 2 * math.pi * hertz / SOUND_RATE
+    real = sum(s * math.cos(step * i) for i, s in enumerate(samples))
+    imaginary = sum(s * math.sin(step * i) for i, s in enumerate(samples))
+    return 2 * math.hypot(real, imaginary) / len(samples)
 
 
 def _output(command):

@@ -7,7 +7,7 @@ import subprocess
 import unittest
 
 from movie import Movie
-from stage import Stage, finish, interrupt, wait_for_growth, wait_until
+from stage import Stage, finish, has_recorded, interrupt, wait_until, wait_until_recorded
 
 BOTH_TONES = ("440@speakers", "880@mouth")
 WITH_SOUND_AND_MICROPHONE = [("h264", "High", None, None), ("aac", "LC", "48000", 2), ("aac", "LC", "48000", 2)]
@@ -31,7 +31,7 @@ class Record(unittest.TestCase):
             self.assertEqual(str(stage.file("out.mp4")), run.json["filePath"])
             self.assertAlmostEqual(run.json["durationSeconds"], movie.duration, delta=0.1)
             self.assertAlmostEqual(6, movie.duration, delta=0.5)
-            self.assertEqual(run.json["videoFrames"], len(movie.picture_times()))
+            self.assertAlmostEqual(run.json["videoFrames"], len(movie.picture_times()), delta=1)
             self.assertIs(False, run.json["usedNativeUpload"])
             self.assertIsNone(run.json["nativeUploadFileId"])
             lengths = [float(track["duration"]) for track in movie.facts["streams"]]
@@ -116,7 +116,7 @@ class Record(unittest.TestCase):
     def test_a_second_one_is_told_that_one_runs(self):
         with Stage("clock") as stage:
             first = stage.start_quillbeam("record", "--output", "first.mp4", "--json")
-            wait_for_growth(stage.file("first.mp4"), 100_000)
+            wait_until_recorded(stage.file("first.mp4"))
             second = stage.quillbeam("record", "--seconds", 1, "--output", "second.mp4")
             self.assertEqual(1, second.code, second)
             self.assertIn("already in progress", second.err)
@@ -127,7 +127,7 @@ class Record(unittest.TestCase):
             self.assertEqual("", Movie(stage.file("first.mp4")).decodes_cleanly())
 
     def test_keeps_what_fitted_on_a_full_disk(self):
-        with Stage("meeting") as stage, small_disk(stage, "3m") as disk:
+        with Stage("meeting") as stage, small_disk(stage, "10m") as disk:
             run = stage.quillbeam("record", "--seconds", 60, "--json", "--output", disk / "out.mp4", timeout=90)
             self.assertEqual(1, run.code, run)
             self.assertIn("kept", run.err)
@@ -138,7 +138,7 @@ class Record(unittest.TestCase):
     def test_keeps_what_was_recorded_when_the_display_dies(self):
         with Stage("clock") as stage:
             process = stage.start_quillbeam("record", "--output", "out.mp4")
-            wait_for_growth(stage.file("out.mp4"), 100_000)
+            wait_until_recorded(stage.file("out.mp4"))
             os.kill(int(stage.environment["PRIVATE_DESKTOP_DISPLAY_PID"]), signal.SIGTERM)
             run = finish(process)
             self.assertEqual(1, run.code, run)
@@ -157,7 +157,7 @@ class Usage(unittest.TestCase):
 
 
 def wait_for_recording(files):
-    wait_until(lambda: any(file.stat().st_size >= 100_000 for file in files()), "something is recorded")
+    wait_until(lambda: any(map(has_recorded, files())), "something is recorded")
 
 
 class small_disk:

@@ -5,7 +5,7 @@ import time
 import unittest
 
 from movie import Movie
-from stage import Stage, interrupt, wait_for_growth, wait_until
+from stage import Stage, interrupt, wait_until_recorded, wait_until
 
 
 class Repair(unittest.TestCase):
@@ -53,7 +53,7 @@ class Repair(unittest.TestCase):
     def test_refuses_what_is_being_recorded_and_what_is_no_recording(self):
         with Stage("clock") as stage:
             process = stage.start_quillbeam("record", "--output", "live.mp4")
-            wait_for_growth(stage.file("live.mp4"), 100_000)
+            wait_until_recorded(stage.file("live.mp4"))
             refused = stage.quillbeam("repair", "live.mp4")
             self.assertEqual(1, refused.code, refused)
             self.assertIn("being recorded", refused.err)

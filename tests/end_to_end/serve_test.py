@@ -8,7 +8,7 @@ import time
 import unittest
 
 from movie import Movie
-from stage import Stage, interrupt, wait_for_growth
+from stage import Stage, interrupt, wait_until_recorded
 
 RECORDER = "io.quillbeam.app.mac_recorder"
 START_CONFIG = {"recordingMode": "screen_with_audio_and_mic"}
@@ -33,7 +33,7 @@ class Serve(unittest.TestCase):
             self.start_recording(stage, "out.mp4")
             status = stage.call("mac_recorder", "getMacRecordingStatus").json
             self.assertTrue(status["isRecording"])
-            wait_for_growth(stage.file("out.mp4"), 100_000)
+            wait_until_recorded(stage.file("out.mp4"))
             stopped = stage.call("mac_recorder", "stopMacRecording")
             self.assertEqual({"filePath": str(stage.file("out.mp4")), "usedNativeUpload": False,
                               "nativeUploadFileId": None}, stopped.json)
@@ -73,7 +73,7 @@ class Serve(unittest.TestCase):
         with Stage("clock", ("440",)) as stage:
             server = stage.serve()
             self.start_recording(stage, "out.mp4")
-            wait_for_growth(stage.file("out.mp4"), 100_000)
+            wait_until_recorded(stage.file("out.mp4"))
             run = interrupt(server, signal.SIGTERM)
             self.assertEqual(0, run.code, run)
             self.assertIn("🎯", run.out)

@@ -110,13 +110,18 @@ def interrupt(process, number=signal.SIGINT, timeout=60):
     return finish(process, timeout)
 
 
-def wait_until(condition, what, timeout=20):
+def wait_until(condition, what, timeout=30):
     deadline = time.monotonic() + timeout
     while not condition():
         if time.monotonic() > deadline:
             raise AssertionError(f"waited {timeout} s in vain: {what}")
-        time.sleep(0.05)
+        time.sleep(0.1)
 
 
-def wait_for_growth(path, size, timeout=20):
-    wait_until(lambda: path.exists() and path.stat().st_size >= size, f"{path} has {size} bytes", timeout)
+def has_recorded(path):
+    """Whether a recording under way has some fragments, so about two seconds, on disk."""
+    return path.exists() and path.read_bytes().count(b"moof") >= 3
+
+
+def wait_until_recorded(path):
+    wait_until(lambda: has_recorded(path), f"{path} holds fragments")

@@ -14,8 +14,8 @@ struct Beating {
     beat();
   }
   void beat() {
-    platform.files.append(joined(platform.places.caches, "beats"), ByteChain(Bytes(1, '.')), Durability::durable)
-        .has_value();
+    const Path path = joined(platform.places.caches, "beats");
+    EXPECT_TRUE(platform.files.append(path, ByteChain(Bytes(1, '.')), Durability::durable));
     timer = queue->after(1s, [this] { beat(); });
   }
 

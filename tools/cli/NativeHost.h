@@ -15,7 +15,7 @@ class NativeHost {
   static Task<std::unique_ptr<NativeHost>> find(Platform& platform, std::string command);
 
   const Path& socketPath() const { return socketPath_; }
-  bool isForeign() const { return own_ == nullptr; }
+  bool isForeign() const { return isForeign_; }
   /// Which process it is.
   const std::string& description() const { return description_; }
   /// Ends it in an orderly way when it is this process.
@@ -23,10 +23,14 @@ class NativeHost {
 
  private:
   NativeHost(std::unique_ptr<NativeHalf> own, Path socketPath, std::string description)
-      : own_(std::move(own)), socketPath_(std::move(socketPath)), description_(std::move(description)) {}
+      : own_(std::move(own)),
+        isForeign_(own_ == nullptr),
+        socketPath_(std::move(socketPath)),
+        description_(std::move(description)) {}
   static Result<std::unique_ptr<NativeHost>> tryOnce(Platform& platform, const std::string& command);
 
   std::unique_ptr<NativeHalf> own_;
+  const bool isForeign_;
   Path socketPath_;
   std::string description_;
 };

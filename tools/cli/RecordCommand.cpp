@@ -22,6 +22,13 @@ std::string environmentHint() {
          ", PULSE_SERVER is " + (sound ? "\"" + std::string(sound) + "\"" : "not set");
 }
 
+/// A recording that runs already goes on in silence when the sound server dies; one that was asked for with sound and
+/// cannot have any from its first second is a mistake that the user wants to hear of.
+bool soundServerAnswers(Platform& platform) {
+  const auto input = platform.captureDevices.makeInput({});
+  return input || !input.error().is(ScreenCaptureError::noSoundServer);
+}
+
 std::string resultJson(const RecordingRun::Outcome& outcome) {
   const RecordingFigures& figures = outcome.figures;
   const Value result = ValueMap{{"filePath", outcome.stopReply.at("filePath")},
@@ -72,6 +79,11 @@ ExitCode RecordCommand::run() {
 
 Task<ExitCode> RecordCommand::record(Platform& platform, Interrupts& interrupts) {
   CO_TRY(const auto host, co_await NativeHost::find(platform, "record"));
+  if (!host->isForeign() && wantsSound() && !soundServerAnswers(platform)) {
+    complain(describe(ScreenCaptureError::noSoundServer) + " (" + environmentHint() +
+             "). Without sound: --no-microphone --no-system-audio");
+    co_return ExitCode::nothingToCapture;
+  }
   auto outcome = co_await recordThrough(platform, interrupts, host->socketPath());
   auto ended = co_await host->release();
   if (!outcome) co_return outcome.error();

@@ -19,6 +19,7 @@ class RecordCommand final : public Command {
   Task<ExitCode> record(Platform& platform, Interrupts& interrupts);
   Task<RecordingRun::Outcome> recordThrough(Platform& platform, Interrupts& interrupts, Path socketPath);
   std::optional<Duration> length() const;
+  bool wantsSound() const { return !withoutMicrophone_ || !withoutSystemAudio_; }
   void report(const RecordingRun::Outcome& outcome) const;
   [[noreturn]] void giveUp() const;
 

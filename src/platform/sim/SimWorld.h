@@ -33,7 +33,8 @@ class SimWorld {
       : dispatch({.seed = seed}), files(dispatch, seed), sockets(seed), random(seed) {}
 
   Platform platform() {
-    return {.dispatch = dispatch,
+    return {.processId = 100,
+            .dispatch = dispatch,
             .files = files,
             .places = places,
             .localSockets = sockets,

@@ -47,8 +47,8 @@ Result<std::vector<DisplayArea>> X11Displays::list() const {
   if (displays.empty()) return std::vector{rootArea};
 
   const auto primary = primaryCrtc();
-  std::ranges::stable_sort(displays, {}, [primary](const DisplayArea& display) {
-    return std::tuple(display.displayId != primary, display.x, display.y);
+  std::ranges::sort(displays, {}, [primary](const DisplayArea& display) {
+    return std::tuple(display.displayId != primary, display.x, display.y, display.displayId);
   });
   std::vector<DisplayArea> distinct;
   for (const auto& display : displays) {

@@ -35,7 +35,7 @@ std::vector<std::uint32_t> X11Windows::managedClients() const {
   const auto clientList = connection_.atom("_NET_CLIENT_LIST_STACKING");
   const auto bytes = clientList != XCB_ATOM_NONE ? property(connection_.root(), clientList) : std::string();
   std::vector<std::uint32_t> ids(bytes.size() / sizeof(std::uint32_t));
-  std::memcpy(ids.data(), bytes.data(), ids.size() * sizeof(std::uint32_t));
+  if (!ids.empty()) std::memcpy(ids.data(), bytes.data(), ids.size() * sizeof(std::uint32_t));
   return ids;
 }
 
