@@ -185,7 +185,7 @@ TEST(SocketMessenger, letsTheLastRepliesOutBeforeItGoes) {
   const auto stuck = world.connect();
   world.sockets.sim.stallReading(*stuck.wire);
   const auto answer = world.call(*client.messenger, "echo", "wait");
-  world.call(*stuck.messenger, "echo", "echo", "never read");
+  world.call(*stuck.messenger, "echo", "echo", std::string(1'000'000, 'x'));
   world.dispatch.runUntilIdle();
 
   echo.waiting.front().success("goodbye");
