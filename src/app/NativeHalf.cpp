@@ -15,6 +15,9 @@ namespace quillbeam {
 
 namespace {
 
+/// How long clients may take to pick up their last replies.
+constexpr Duration lastRepliesTime = std::chrono::seconds(1);
+
 Path dataDirectory(const Places& places) { return joined(places.applicationSupport, bundleIdentifier); }
 
 Path lockPath(const Places& places) { return joined(dataDirectory(places), "native.lock"); }
@@ -68,7 +71,10 @@ Result<std::unique_ptr<NativeHalf>> NativeHalf::create(Platform& platform, Optio
 
 const Path& NativeHalf::socketPath() const { return parts_->options.socketPath; }
 
-Task<void> NativeHalf::shutDown() { return parts_->manager.shutDown(); }
+Task<void> NativeHalf::shutDown() {
+  CO_TRY_VOID(co_await parts_->manager.shutDown());
+  co_return co_await parts_->messenger->shutDown(lastRepliesTime);
+}
 
 Path defaultSocketPath(const Places& places) {
   return joined(joined(places.runtime, bundleIdentifier), "native.sock");

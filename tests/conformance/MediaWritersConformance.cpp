@@ -158,8 +158,8 @@ TEST_P(MediaWritersConformance, aMovieLeftUnfinishedIsRepairedOnce) {
     Movie movie = begin();
     const std::int64_t empty = movie.writer->bytesWritten();
     record(movie, 5);
-    EXPECT_TRUE(isSim() || world().waitUntil([&] {
-      return movie.writer->bytesWritten() > empty + 4000; })));
+    const auto written = [&] { return movie.writer->bytesWritten() > empty + 4000; };
+    EXPECT_TRUE(isSim() || world().waitUntil(written));
   }
   const auto report = writers_->repair(path_);
   ASSERT_TRUE(report) << report.error().fullDescription();

@@ -26,21 +26,6 @@ class Movie:
         """Codec, profile and sound format of each track, for comparison as a whole."""
         return [(t["codec_name"], t.get("profile"), t.get("sample_rate"), t.get("channels")) for t in self.facts["streams"]]
 
-    def boxes(self):
-        """Types of the file's top-level boxes, in order."""
-        types = []
-        with open(self.path, "rb") as file:
-            while header := file.read(8):
-                size, kind = int.from_bytes(header[:4], "big"), header[4:].decode("latin-1")
-                skipped = 8
-                if size == 1:
-                    size, skipped = int.from_bytes(file.read(8), "big"), 16
-                types.append(kind)
-                if size == 0:
-                    break
-                file.seek(size - skipped, 1)
-        return types
-
     def picture(self, at):
         """A function (x, y in 0…1) → (red, green, blue) of the picture shown at `at` seconds."""
         width, height = (self.tracks("video")[0][side] for side in ("width", "height"))
@@ -79,6 +64,22 @@ class Movie:
         return subprocess.run(["ffmpeg", "-v", "error", "-i", self.path, "-fps_mode", "passthrough",
                                "-enc_time_base", "-1", "-f", "null", "-"],
                               capture_output=True, text=True, check=False).stderr
+
+
+def boxes(path):
+    """Types of the file's top-level boxes, in order."""
+    types = []
+    with open(path, "rb") as file:
+        while header := file.read(8):
+            size, kind = int.from_bytes(header[:4], "big"), header[4:].decode("latin-1")
+            skipped = 8
+            if size == 1:
+                size, skipped = int.from_bytes(file.read(8), "big"), 16
+            types.append(kind)
+            if size == 0:
+                break
+            file.seek(size - skipped, 1)
+    return types
 
 
 def _amplitude(samples, hertz):

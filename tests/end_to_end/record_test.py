@@ -6,7 +6,7 @@ import signal
 import subprocess
 import unittest
 
-from movie import Movie
+from movie import Movie, boxes
 from stage import Stage, finish, has_recorded, interrupt, wait_until, wait_until_recorded
 
 BOTH_TONES = ("440@speakers", "880@mouth")
@@ -36,9 +36,9 @@ class Record(unittest.TestCase):
             self.assertIsNone(run.json["nativeUploadFileId"])
             lengths = [float(track["duration"]) for track in movie.facts["streams"]]
             self.assertLess(max(lengths) - min(lengths), 0.1, "tracks end at different times")
-            boxes = movie.boxes()
-            self.assertLess(boxes.index("moov"), boxes.index("mdat"))
-            self.assertNotIn("moof", boxes)
+            types = boxes(movie.path)
+            self.assertLess(types.index("moov"), types.index("mdat"))
+            self.assertNotIn("moof", types)
 
             colour = movie.picture(at=3)
             for place, expected in [((0.25, 0.25), (0xC0, 0x20, 0x20)), ((0.75, 0.25), (0x20, 0xA0, 0x40)),

@@ -7,7 +7,7 @@ import stat
 import time
 import unittest
 
-from movie import Movie
+from movie import Movie, boxes
 from stage import Stage, interrupt, wait_until_recorded
 
 RECORDER = "io.quillbeam.app.mac_recorder"
@@ -77,9 +77,8 @@ class Serve(unittest.TestCase):
             run = interrupt(server, signal.SIGTERM)
             self.assertEqual(0, run.code, run)
             self.assertIn("🎯", run.out)
-            movie = Movie(stage.file("out.mp4"))
-            self.assertNotIn("moof", movie.boxes())
-            self.assertEqual("", movie.decodes_cleanly())
+            self.assertNotIn("moof", boxes(stage.file("out.mp4")))
+            self.assertEqual("", Movie(stage.file("out.mp4")).decodes_cleanly())
 
 
 if __name__ == "__main__":

@@ -7,8 +7,8 @@ namespace quillbeam {
 namespace {
 
 // Stamps scatter by some 4 ms on a bad machine; crystals are within 200 ppm and wander by far less than 1 ppm a
-// second. The drift's random walk sets how long the clock averages: these figures make it about ten seconds at 100
-// stamps a second.
+// second. The drift's random walk sets how long the clock averages: these figures make it some ten seconds at 100
+// stamps a second, half a minute at one every 1.5 s.
 constexpr double stampVariance = 4e-3 * 4e-3;
 constexpr double driftUncertainty = 200e-6 * 200e-6;
 constexpr double driftWalkPerSecond = 6e-6 * 6e-6;
