@@ -29,8 +29,8 @@ def likeness(programs, scene, movie):
     feeder = threading.Thread(target=lambda: (renderer.stdin.write("\n".join(map(str, numbers)).encode()),
                                               renderer.stdin.close()))
     feeder.start()
-    graph = (f"[0:v]select=not(mod(n\\,{EVERY})),setpts=N/24/TB,format=gbrp[recorded];"
-             "[1:v]setpts=N/24/TB,format=gbrp[shown];[recorded][shown]ssim")
+    graph = (f"[0:v]select=not(mod(n\\,{EVERY})),settb=1/24,setpts=N,format=gbrp[recorded];"
+             "[1:v]settb=1/24,setpts=N,format=gbrp[shown];[recorded][shown]ssim")
     judged = subprocess.run(
         ["ffmpeg", "-hide_banner", "-i", movie.path, "-f", "rawvideo", "-pix_fmt", "bgr0", "-video_size", "1920x1080",
          "-framerate", "24", "-i", "pipe:0", "-filter_complex", graph, "-fps_mode", "passthrough", "-f", "null", "-"],
@@ -46,6 +46,8 @@ def measure(programs, scene, start, seconds, directory):
     with Scene(programs, scene) as shown, Steal() as steal:
         recording = start(programs, directory)
         time.sleep(WARM_UP)
+        if recording.process.poll() is not None:
+            raise RuntimeError(f"{recording.process.args[0]} ended by itself")
         processor, memory = usage_over(recording.process, seconds)
         stopping = recording.stop()
         movie = recording.movie()

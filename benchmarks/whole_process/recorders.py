@@ -21,6 +21,7 @@ class Recording:
 
     def __init__(self, command, file):
         self.file = file
+        file.unlink(missing_ok=True)
         self.started = time.monotonic()
         self.process = subprocess.Popen([str(part) for part in command], stdin=subprocess.DEVNULL,
                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)

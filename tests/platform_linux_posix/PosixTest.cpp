@@ -24,8 +24,6 @@
 namespace quillbeam {
 namespace {
 
-using testing::IsEmpty;
-
 mode_t modeOf(const Path& path) {
   struct stat status{};
   return ::lstat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0;
@@ -105,10 +103,10 @@ TEST(PosixFiles, aDiskThatFillsUpHalfWayLeavesTheOldContentOnly) {
     good = good && files.append(path, ByteChain(Bytes(10'000, 'n')), Durability::cached).error().code() == EFBIG;
     const Path fresh = joined(directory.path(), "fresh");
     good = good && !files.writeNew(fresh, ByteChain(Bytes(10'000, 'n')), Durability::durable);
-    return good && files.read(path) == Bytes(100, 'o');
+    return good && files.read(path).value_or(Bytes()) == Bytes(100, 'o');
   });
   EXPECT_TRUE(child.isReady());
-  EXPECT_EQ(PosixFiles().list(directory.path()), std::vector<std::string>{"state"});
+  EXPECT_EQ(PosixFiles().list(directory.path()).value(), std::vector<std::string>{"state"});
 }
 
 TEST(PosixFiles, aLockEndsWithItsProcessHoweverThatEnds) {

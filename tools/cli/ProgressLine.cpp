@@ -47,7 +47,7 @@ std::string levelBar(double peak) {
 std::string progressText(const RecordingFigures& figures, double elapsedSeconds) {
   return "● " + durationText(elapsedSeconds) + "  " + sizeText(figures.fileBytes) + "  " +
          std::to_string(figures.videoFrames) + " frames, " + std::to_string(figures.droppedFrames) +
-         " dropped  system " + levelBar(figures.systemAudioLevel) + "  microphone " + levelBar(figures.microphoneLevel);
+         " dropped  sound " + levelBar(figures.systemAudioLevel) + "  mic " + levelBar(figures.microphoneLevel);
 }
 
 ProgressLine::ProgressLine() : isTerminal_(isatty(STDERR_FILENO) == 1) {}

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+namespace quillbeam::demo {
+
 namespace {
 
 struct Glyph {
@@ -61,3 +63,5 @@ void Canvas::text(int x, int y, int dot, std::string_view text, Color color) {
     x += glyphAdvance(dot);
   }
 }
+
+}  // namespace quillbeam::demo

@@ -4,6 +4,8 @@
 #include <span>
 #include <string_view>
 
+namespace quillbeam::demo {
+
 /// 0xRRGGBB.
 using Color = std::uint32_t;
 
@@ -37,3 +39,5 @@ class Canvas {
 
 /// How far the next glyph stands from this one.
 constexpr int glyphAdvance(int dot) { return 6 * dot; }
+
+}  // namespace quillbeam::demo

@@ -4,6 +4,8 @@
 
 #include "FrameMark.h"
 
+namespace quillbeam::demo {
+
 namespace {
 
 constexpr Color background = 0x16324A;
@@ -44,3 +46,5 @@ void ClockScene::draw(Canvas& canvas, std::int64_t frame) {
 std::vector<Rect> ClockScene::changing(const Canvas& canvas) const {
   return {digits(canvas), track(canvas), frameMarkArea};
 }
+
+}  // namespace quillbeam::demo

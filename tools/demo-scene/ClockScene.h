@@ -2,6 +2,8 @@
 
 #include "Scene.h"
 
+namespace quillbeam::demo {
+
 /// Seconds since the start in big digits, and a bar that crosses the screen once in four seconds.
 class ClockScene final : public Scene {
  public:
@@ -13,3 +15,5 @@ class ClockScene final : public Scene {
   static Rect digits(const Canvas& canvas);
   static Rect track(const Canvas& canvas);
 };
+
+}  // namespace quillbeam::demo

@@ -2,6 +2,8 @@
 
 #include "Scene.h"
 
+namespace quillbeam::demo {
+
 /// Four quarters in known colours: red, green, blue, grey. Stands still.
 class ColoursScene final : public Scene {
  public:
@@ -16,3 +18,5 @@ class ColoursScene final : public Scene {
   void draw(Canvas&, std::int64_t) override {}
   std::vector<Rect> changing(const Canvas&) const override { return {}; }
 };
+
+}  // namespace quillbeam::demo

@@ -9,6 +9,8 @@
 
 #include "SoundOutput.h"
 
+namespace quillbeam::demo {
+
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
@@ -77,3 +79,5 @@ bool FlashAndBeep::run(const std::atomic<bool>& stop) {
   beeper.join();
   return !failed_;
 }
+
+}  // namespace quillbeam::demo

@@ -2,6 +2,8 @@
 
 #include "Canvas.h"
 
+namespace quillbeam::demo {
+
 /// The frame number as 24 black or white squares of 16 pixels in the top left corner, lowest bit first: readable in a
 /// recording whatever the encoder did to it.
 inline constexpr int frameMarkBits = 24;
@@ -14,3 +16,5 @@ inline void paintFrameMark(Canvas& canvas, std::int64_t frame) {
     canvas.fill({bit * frameMarkSquare, 0, frameMarkSquare, frameMarkSquare}, color);
   }
 }
+
+}  // namespace quillbeam::demo

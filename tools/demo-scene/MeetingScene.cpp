@@ -6,6 +6,8 @@
 
 #include "FrameMark.h"
 
+namespace quillbeam::demo {
+
 namespace {
 
 constexpr int cameraWidth = 320;
@@ -63,3 +65,5 @@ void MeetingScene::draw(Canvas& canvas, std::int64_t frame) {
 }
 
 std::vector<Rect> MeetingScene::changing(const Canvas& canvas) const { return {canvas.all()}; }
+
+}  // namespace quillbeam::demo

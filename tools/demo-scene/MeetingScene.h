@@ -5,6 +5,8 @@
 #include "Scene.h"
 #include "TextPage.h"
 
+namespace quillbeam::demo {
+
 /// What a shared document with four cameras looks like to an encoder: text that scrolls steadily, and two by two tiles
 /// of soft moving shapes under camera noise.
 class MeetingScene final : public Scene {
@@ -19,3 +21,5 @@ class MeetingScene final : public Scene {
 
   std::optional<TextPage> page_;
 };
+
+}  // namespace quillbeam::demo

@@ -3,6 +3,8 @@
 #include "Scene.h"
 #include "TextPage.h"
 
+namespace quillbeam::demo {
+
 /// A page of text that stands still.
 class PageScene final : public Scene {
  public:
@@ -10,3 +12,5 @@ class PageScene final : public Scene {
   void draw(Canvas&, std::int64_t) override {}
   std::vector<Rect> changing(const Canvas&) const override { return {}; }
 };
+
+}  // namespace quillbeam::demo

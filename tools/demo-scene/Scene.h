@@ -7,6 +7,8 @@
 
 #include "Canvas.h"
 
+namespace quillbeam::demo {
+
 inline constexpr int sceneFramesPerSecond = 30;
 
 /// A picture that changes with the frame number and with nothing else.
@@ -24,3 +26,5 @@ class Scene {
 
 /// "clock", "meeting", "page" or "colours"; nullptr for other names.
 std::unique_ptr<Scene> makeScene(std::string_view name);
+
+}  // namespace quillbeam::demo

@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 
+namespace quillbeam::demo {
+
 std::unique_ptr<SceneWindow> SceneWindow::open() {
   int number = 0;
   xcb_connection_t* connection = xcb_connect(nullptr, &number);
@@ -59,3 +61,5 @@ void SceneWindow::show(std::span<const Rect> areas) {
   // A round trip: the picture must not change while the server still reads it.
   std::free(xcb_get_input_focus_reply(connection_, xcb_get_input_focus(connection_), nullptr));
 }
+
+}  // namespace quillbeam::demo

@@ -8,6 +8,8 @@
 
 #include "Canvas.h"
 
+namespace quillbeam::demo {
+
 /// A borderless window over the whole screen of $DISPLAY, and the shared picture that it shows.
 class SceneWindow {
  public:
@@ -35,3 +37,5 @@ class SceneWindow {
   xcb_gcontext_t context_;
   xcb_shm_seg_t segment_;
 };
+
+}  // namespace quillbeam::demo

@@ -4,6 +4,8 @@
 #include "PageScene.h"
 #include "Scene.h"
 
+namespace quillbeam::demo {
+
 std::unique_ptr<Scene> makeScene(std::string_view name) {
   if (name == "clock") return std::make_unique<ClockScene>();
   if (name == "meeting") return std::make_unique<MeetingScene>();
@@ -11,3 +13,5 @@ std::unique_ptr<Scene> makeScene(std::string_view name) {
   if (name == "colours") return std::make_unique<ColoursScene>();
   return nullptr;
 }
+
+}  // namespace quillbeam::demo

@@ -1,5 +1,7 @@
 #include "SoundOutput.h"
 
+namespace quillbeam::demo {
+
 std::optional<SoundOutput> SoundOutput::open(const std::string& sink, std::chrono::milliseconds buffered) {
   const pa_sample_spec format{PA_SAMPLE_FLOAT32LE, soundRate, 1};
   pa_buffer_attr buffer{};
@@ -18,3 +20,5 @@ bool SoundOutput::write(std::span<const float> samples) {
 std::chrono::microseconds SoundOutput::latency() {
   return std::chrono::microseconds(pa_simple_get_latency(stream_.get(), nullptr));
 }
+
+}  // namespace quillbeam::demo

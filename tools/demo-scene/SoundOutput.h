@@ -8,6 +8,8 @@
 #include <span>
 #include <string>
 
+namespace quillbeam::demo {
+
 inline constexpr int soundRate = 48000;
 
 /// A mono stream into one sink of the sound server. Blocks; one thread.
@@ -29,3 +31,5 @@ class SoundOutput {
   explicit SoundOutput(pa_simple* stream) : stream_(stream) {}
   std::unique_ptr<pa_simple, Close> stream_;
 };
+
+}  // namespace quillbeam::demo

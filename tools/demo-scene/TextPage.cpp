@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string>
 
+namespace quillbeam::demo {
+
 namespace {
 
 constexpr int dot = 2;
@@ -33,3 +35,5 @@ void TextPage::paint(Canvas& canvas, Rect area, int scroll) const {
     std::copy_n(from, width, canvas.row(area.y + y).begin() + area.x);
   }
 }
+
+}  // namespace quillbeam::demo

@@ -4,6 +4,8 @@
 
 #include "Canvas.h"
 
+namespace quillbeam::demo {
+
 /// A long page of black text on white, the same every time.
 class TextPage {
  public:
@@ -18,3 +20,5 @@ class TextPage {
   int height_;
   std::vector<std::uint32_t> pixels_;
 };
+
+}  // namespace quillbeam::demo

@@ -7,6 +7,8 @@
 
 #include "SoundOutput.h"
 
+namespace quillbeam::demo {
+
 namespace {
 
 constexpr int blockFrames = soundRate / 100;
@@ -43,3 +45,5 @@ void TonePlayer::play(const Tone& tone) {
     }
   } while (output->write(block) && !stopping_);
 }
+
+}  // namespace quillbeam::demo

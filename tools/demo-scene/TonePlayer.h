@@ -4,6 +4,8 @@
 #include <string>
 #include <thread>
 
+namespace quillbeam::demo {
+
 /// What to play where.
 struct Tone {
   double hertz = 440;
@@ -28,3 +30,5 @@ class TonePlayer {
   std::atomic<bool> stopping_ = false;
   std::thread thread_;
 };
+
+}  // namespace quillbeam::demo

@@ -15,6 +15,8 @@
 #include "SoundOutput.h"
 #include "TonePlayer.h"
 
+namespace quillbeam::demo {
+
 namespace {
 
 std::atomic<bool> stopping = false;
@@ -72,7 +74,10 @@ int showScene(const std::string& name) {
 
 }  // namespace
 
+}  // namespace quillbeam::demo
+
 int main(int argumentCount, char** arguments) {
+  using namespace quillbeam::demo;
   CLI::App app("Shows a known picture and plays known sounds until it is told to stop.");
   std::string name = "clock";
   std::vector<std::string> tones;

@@ -82,32 +82,29 @@ bool Interleaver::isFragmentReady() const {
   return allEnded || reach >= boundary_;
 }
 
-std::vector<Interleaver::TrackPacket> Interleaver::takeFragment() {
-  skipEmptyIntervals();
-  std::vector<TrackPacket> fragment;
+std::optional<std::size_t> Interleaver::earliestTrack() const {
+  std::optional<std::size_t> earliest;
   for (std::size_t i = 0; i < tracks_.size(); ++i) {
-    Track& track = tracks_[i];
-    while (isTakeable(track) && decodeTime(track.packets.front(), track.timescale) < boundary_) {
-      fragment.push_back({i, std::move(track.packets.front())});
-      track.packets.pop_front();
-    }
+    if (isTakeable(tracks_[i]) && (!earliest || nextTime(i) < nextTime(*earliest))) earliest = i;
   }
-  std::ranges::stable_sort(fragment, {}, [this](const TrackPacket& packet) {
-    return decodeTime(packet.packet, tracks_[packet.track].timescale);
-  });
-  boundary_ = boundary_ + timing_.fragment;
-  return fragment;
+  return earliest;
 }
 
-void Interleaver::skipEmptyIntervals() {
-  std::optional<MediaTime> first;
-  for (const Track& track : tracks_) {
-    if (!isTakeable(track)) continue;
-    const MediaTime time = decodeTime(track.packets.front(), track.timescale);
-    if (!first || time < *first) first = time;
+MediaTime Interleaver::nextTime(std::size_t track) const {
+  return decodeTime(tracks_[track].packets.front(), tracks_[track].timescale);
+}
+
+std::vector<Interleaver::TrackPacket> Interleaver::takeFragment() {
+  std::vector<TrackPacket> fragment;
+  auto track = earliestTrack();
+  // Nothing may lie in the interval when all tracks jumped over it.
+  while (track && nextTime(*track) >= boundary_) boundary_ = boundary_ + timing_.fragment;
+  for (; track && nextTime(*track) < boundary_; track = earliestTrack()) {
+    fragment.push_back({*track, std::move(tracks_[*track].packets.front())});
+    tracks_[*track].packets.pop_front();
   }
-  if (!first) return;
-  while (*first >= boundary_) boundary_ = boundary_ + timing_.fragment;
+  boundary_ = boundary_ + timing_.fragment;
+  return fragment;
 }
 
 }  // namespace quillbeam

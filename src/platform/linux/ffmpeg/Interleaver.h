@@ -55,7 +55,9 @@ class Interleaver {
   MediaTime furthest() const;
   bool holdsUp(const Track& track, MediaTime furthest) const;
   bool isTakeable(const Track& track) const;
-  void skipEmptyIntervals();
+  /// The track whose next packet is decoded first; nullopt when none has one that is complete.
+  std::optional<std::size_t> earliestTrack() const;
+  MediaTime nextTime(std::size_t track) const;
 
   std::vector<Track> tracks_;
   Timing timing_;
