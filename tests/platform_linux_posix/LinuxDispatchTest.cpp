@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <semaphore>
 #include <thread>
@@ -53,37 +55,41 @@ TEST(LinuxDispatch, canBeDrivenByAnEventLoopThatWatchesTheDescriptor) {
 
 TEST(LinuxDispatch, blockedQueuesDoNotStarveOthersNorCostAThreadEachWhenIdle) {
   LinuxDispatch dispatch;
+  std::counting_semaphore<> release(0);
+  std::binary_semaphore done(0);
   std::vector<std::unique_ptr<DispatchQueue>> queues;
   for (int i = 0; i < 40; ++i) queues.push_back(dispatch.makeSerialQueue("idle"));
   for (const auto& queue : queues) queue->sync([] {});
   EXPECT_LE(dispatch.poolThreadCount(), std::max(4u, std::thread::hardware_concurrency()));
 
-  std::counting_semaphore<> release(0);
   constexpr int blocked = 20;
   for (int i = 0; i < blocked; ++i) queues[i]->async([&] { release.acquire(); });
-  std::binary_semaphore done(0);
   queues[blocked]->async([&] { done.release(); });
   EXPECT_TRUE(done.try_acquire_for(30s)) << "a queue waited for blocked neighbours";
   release.release(blocked);
 }
 
+/// Keeps its queue ready for ever, until it is told to stop.
+struct BusyLoop {
+  void run() {
+    if (!stop) queue->async([this] { run(); });
+  }
+  std::atomic<bool> stop = false;
+  std::unique_ptr<DispatchQueue> queue;
+};
+
 TEST(LinuxDispatch, aBusyQueueTakesTurnsWithOthers) {
   LinuxDispatch dispatch;
-  std::vector<std::unique_ptr<DispatchQueue>> busy;
-  std::atomic<bool> stop = false;
-  std::vector<std::function<void()>> loops(8);
-  for (std::size_t i = 0; i < loops.size(); ++i) {
-    busy.push_back(dispatch.makeSerialQueue("busy"));
-    loops[i] = [&, i] {
-      if (!stop) busy[i]->async(loops[i]);
-    };
-    busy[i]->async(loops[i]);
+  std::binary_semaphore done(0);
+  std::array<BusyLoop, 8> busy;
+  for (BusyLoop& loop : busy) {
+    loop.queue = dispatch.makeSerialQueue("busy");
+    loop.run();
   }
   const auto patient = dispatch.makeSerialQueue("patient");
-  std::binary_semaphore done(0);
   patient->async([&] { done.release(); });
   EXPECT_TRUE(done.try_acquire_for(30s));
-  stop = true;
+  for (BusyLoop& loop : busy) loop.stop = true;
 }
 
 }  // namespace

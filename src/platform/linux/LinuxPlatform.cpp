@@ -62,10 +62,11 @@ struct LinuxPlatform::Parts {
         captureDevices(pulse),
         screenCapture(dispatch, sounds, *log) {}
 
-  LinuxDispatch dispatch;
+  // The logs first: work on the global queue may log until the dispatch is gone.
   PrintingStandardOutput standardError;
   std::unique_ptr<SystemLog> log;
   std::unique_ptr<StandardOutput> lines;
+  LinuxDispatch dispatch;
   Places places;
   PosixFiles files;
   UrandomRandom random;
