@@ -5,7 +5,6 @@
 #include "platform/linux/posix/PosixFiles.h"
 #include "platform/sim/SimFiles.h"
 #include "platform/sim/SimMediaWriters.h"
-#include "platform/sim/SimPicture.h"
 #include "support/Worlds.h"
 
 namespace quillbeam {
@@ -14,9 +13,24 @@ namespace {
 constexpr VideoSettings video{160, 96, 200'000, 15, 36, true, 0.8};
 constexpr AudioSettings audio{48'000, 2, 96'000, 64};
 
+/// Grey, all three planes in one piece of memory.
+class GrayPicture final : public PixelBuffer {
+ public:
+  explicit GrayPicture(int width) : width_(width), bytes_(static_cast<std::size_t>(width) * 96, 128) {}
+  int width() const override { return width_; }
+  int height() const override { return 96; }
+  Plane y() const override { return {bytes_.data(), width_}; }
+  Plane u() const override { return {bytes_.data(), width_ / 2}; }
+  Plane v() const override { return u(); }
+
+ private:
+  int width_;
+  std::vector<std::uint8_t> bytes_;
+};
+
 SampleBuffer pictureAt(MediaTime time, int width = 160) {
-  return SampleBuffer::video(std::make_shared<SimPicture>(width, 96, 90),
-                             {MediaTime(1, 24), time, MediaTime::invalid()}, FrameStatus::complete);
+  return SampleBuffer::video(std::make_shared<GrayPicture>(width), {MediaTime(1, 24), time, MediaTime::invalid()},
+                             FrameStatus::complete);
 }
 
 SampleBuffer soundAt(MediaTime time, int frames = 480) {
