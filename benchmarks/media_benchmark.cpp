@@ -31,9 +31,9 @@ class MeetingPicture final : public PixelBuffer {
         const int wave =
             static_cast<int>(60 * std::sin((column + 3 * step) * 0.02) + 40 * std::sin((row - step) * 0.03));
         const int noise = (row * 7919 + column * 104'729 + step * 15'485) % 7;
-        luma_[row * pictureWidth + column] = static_cast<std::uint8_t>(camera                             ? 120 + wave + noise
-                                                                : (row / 3 * column / 5) % 11 == 0 ? 40
-                                                                                                   : 220);
+        luma_[row * pictureWidth + column] = static_cast<std::uint8_t>(camera ? 120 + wave + noise
+                                                                       : (row / 3 * column / 5) % 11 == 0 ? 40
+                                                                                                          : 220);
       }
     }
   }

@@ -63,8 +63,8 @@ Result<std::unique_ptr<NativeHalf>> NativeHalf::create(Platform& platform, Optio
   const Path& socketPath = parts->options.socketPath;
   TRY_VOID(platform.files.createDirectories(Path(parentDirectory(socketPath))));
   TRY(parts->messenger, SocketMessenger::listen(platform.localSockets, socketPath, platform.dispatch.main()));
-  parts->window = std::make_unique<MainFlutterWindow>(platform, *parts->messenger, parts->notifications,
-                                                      parts->manager);
+  parts->window =
+      std::make_unique<MainFlutterWindow>(platform, *parts->messenger, parts->notifications, parts->manager);
   parts->tasks.start(parts->repair.run());
   return std::unique_ptr<NativeHalf>(new NativeHalf(std::move(parts)));
 }
@@ -76,9 +76,7 @@ Task<void> NativeHalf::shutDown() {
   co_return co_await parts_->messenger->shutDown(lastRepliesTime);
 }
 
-Path defaultSocketPath(const Places& places) {
-  return joined(joined(places.runtime, bundleIdentifier), "native.sock");
-}
+Path defaultSocketPath(const Places& places) { return joined(joined(places.runtime, bundleIdentifier), "native.sock"); }
 
 Result<RunningNativeHalf> findRunningNativeHalf(Files& files, const Places& places) {
   const Path path = lockPath(places);

@@ -24,7 +24,7 @@ Error Error::withDescription(std::string description) && {
 std::string Error::fullDescription() const {
   std::string text = description_;
   for (const Error* below = underlying(); below != nullptr; below = below->underlying()) {
-    text += " (" + below->description() + ")";
+    text += ": " + below->description();
   }
   return text;
 }

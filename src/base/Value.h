@@ -67,16 +67,16 @@ class Value {
   Value(double value) : variant_(value) {}                    // NOLINT
   Value(const char* value) : variant_(std::string(value)) {}  // NOLINT
   template <class T>
-  Value(T*) = delete;  // or a pointer would quietly become true
+  Value(T*) = delete;                                              // or a pointer would quietly become true
   Value(std::string_view value) : variant_(std::string(value)) {}  // NOLINT
-  Value(std::string value) : variant_(std::move(value)) {}    // NOLINT
-  Value(Bytes value) : variant_(std::move(value)) {}          // NOLINT
-  Value(Ints32 value) : variant_(std::move(value)) {}         // NOLINT
-  Value(Ints64 value) : variant_(std::move(value)) {}         // NOLINT
-  Value(Floats32 value) : variant_(std::move(value)) {}       // NOLINT
-  Value(Floats64 value) : variant_(std::move(value)) {}       // NOLINT
-  Value(ValueList value) : variant_(std::move(value)) {}      // NOLINT
-  Value(ValueMap value) : variant_(std::move(value)) {}       // NOLINT
+  Value(std::string value) : variant_(std::move(value)) {}         // NOLINT
+  Value(Bytes value) : variant_(std::move(value)) {}               // NOLINT
+  Value(Ints32 value) : variant_(std::move(value)) {}              // NOLINT
+  Value(Ints64 value) : variant_(std::move(value)) {}              // NOLINT
+  Value(Floats32 value) : variant_(std::move(value)) {}            // NOLINT
+  Value(Floats64 value) : variant_(std::move(value)) {}            // NOLINT
+  Value(ValueList value) : variant_(std::move(value)) {}           // NOLINT
+  Value(ValueMap value) : variant_(std::move(value)) {}            // NOLINT
   template <class T>
   Value(const std::optional<T>& value) {  // NOLINT
     if (value) *this = Value(*value);

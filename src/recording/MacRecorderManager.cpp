@@ -19,6 +19,7 @@ Task<void> MacRecorderManager::startMacRecording(Path filePath, ValueMap config)
   const RecordingConfig parsed = RecordingConfig::fromMap(config);
   auto started = co_await run(filePath, parsed);
   if (!started) {
+    lastReport_ = RecordingReport{.filePath = filePath, .problem = started.error()};
     recording_.reset();
     recordingStartTime_.reset();
   }

@@ -53,7 +53,8 @@ class MacRecorderManager {
   PauseChange pause();
   PauseChange resume();
 
-  /// Figures of the running recording, else of the last one; nullopt before the first.
+  /// Figures of the running recording, else of the last one; nullopt before the first. Of a start that failed, only the
+  /// path and the problem, which says more than the error's own text.
   std::optional<RecordingReport> report();
   /// For the end of the process: stops a recording, waits for one that is being stopped.
   Task<void> shutDown();

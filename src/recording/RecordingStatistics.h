@@ -24,7 +24,7 @@ class LevelMeter {
 
 /// Running figures of a recording, written by the receivers on their queues, read by anyone.
 struct RecordingStatistics {
-  std::atomic<std::int64_t> videoFrames = 0;           ///< appended to the file
+  std::atomic<std::int64_t> videoFrames = 0;           ///< appended to the file and within its session
   std::atomic<std::int64_t> droppedByWriter = 0;       ///< complete pictures that found the writer busy or failed
   std::atomic<std::int64_t> lastVideoNanoseconds = 0;  ///< on the recording's timeline
   LevelMeter systemAudio;

@@ -78,6 +78,8 @@ void ScreenCaptureStreamOutput::finalizeRecording() {
   }
   const MediaTime end = lastSampleBuffer_->presentationTime() - base();
   parts_.assetWriter.endSession(end);
+  // The last picture marks the end and lies at it: the writer cuts it.
+  if (videoSampleCount_ > 0) parts_.statistics.videoFrames.fetch_sub(1, std::memory_order_relaxed);
   parts_.out.print(prefix + "Session ended at relative time: " + decimal(end.seconds()));
 }
 

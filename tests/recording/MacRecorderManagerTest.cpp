@@ -47,7 +47,8 @@ TEST(ScreenRecording, recordsEverySourceOfTheMainDisplayFromStartToStop) {
   EXPECT_FALSE(recorder.isRecording());
   EXPECT_EQ(world.screenCapture.stream(), nullptr);
   EXPECT_TRUE(recorder.journal.openRecordings().empty());
-  EXPECT_EQ(recorder.manager.report()->videoFrames, static_cast<std::int64_t>(movie.pictures()->samples.size()));
+  EXPECT_EQ(recorder.manager.report()->videoFrames, static_cast<std::int64_t>(movie.pictures()->samples.size()) - 1)
+      << "the last picture only marks the end";
 }
 
 TEST(ScreenRecording, leavesOutTheSourcesThatAreSwitchedOff) {
@@ -121,6 +122,7 @@ TEST(FailedStart, closesEverythingItOpenedAndTheNextOneSucceeds) {
     ASSERT_FALSE(started);
     EXPECT_EQ(started.error().code(), expected.code());
     EXPECT_EQ(started.error().domain(), expected.domain());
+    EXPECT_EQ(recorder.manager.report()->problem->description(), started.error().description());
     world.dispatch.runUntilIdle();
     EXPECT_FALSE(recorder.isRecording());
     EXPECT_EQ(world.screenCapture.stream(), nullptr);

@@ -35,7 +35,7 @@ Task<Value> RecordingRun::call(std::string_view channel, std::string method, Val
 
 Task<RecordingRun::Outcome> RecordingRun::run() {
   auto started = co_await start();
-  if (!started) co_return failed(started.error());
+  if (!started) co_return co_await failedToStart(started.error());
   auto watched = co_await watch();
   progress_.clear();
   if (!watched) co_return failed(watched.error());
@@ -88,6 +88,15 @@ Task<RecordingRun::Outcome> RecordingRun::stop() {
     outcome.complaint = "the recording ended early: " + figures_.problem +
                         ". What was recorded until then is kept in " + request_.filePath;
   }
+  co_return outcome;
+}
+
+Task<RecordingRun::Outcome> RecordingRun::failedToStart(Error error) {
+  Outcome outcome = failed(error);
+  // The reply carries the error's own text; the figures know the reason below it.
+  const auto read = co_await readFigures();
+  const bool isOurs = read && figures_.filePath == request_.filePath;
+  if (isOurs && !figures_.problem.empty()) outcome.complaint = figures_.problem;
   co_return outcome;
 }
 

@@ -41,6 +41,7 @@ class RecordingRun {
   Task<void> watch();
   Task<void> readFigures();
   Task<Outcome> stop();
+  Task<Outcome> failedToStart(Error error);
   Outcome failed(const Error& error) const;
 
   Platform& platform_;

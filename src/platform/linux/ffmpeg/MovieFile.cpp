@@ -45,6 +45,8 @@ Bytes header64(BoxType type, std::uint64_t size) {
   return writer.take();
 }
 
+Path copyPathOf(const Path& path) { return path + ".finishing"; }
+
 Result<BoxHeader> readHeader(const RandomAccessFile& file, std::uint64_t offset) {
   TRY(const Bytes bytes, file.read(offset, BoxHeader::maxSize));
   const auto header = BoxHeader::parse(bytes);
@@ -151,6 +153,8 @@ Result<void> MovieFile::scanFragments(std::uint64_t fileSize) {
   }
 }
 
+void MovieFile::discardUnfinishedCopy(const Path& path) { ::unlink(copyPathOf(path).c_str()); }
+
 MediaTime MovieFile::duration() const {
   return index_ ? MovieIndex(movie_, *index_, std::nullopt).duration() : MediaTime::zero();
 }
@@ -202,7 +206,7 @@ Result<void> MovieFile::finishBehind(ByteSpan movie) {
 }
 
 Result<void> MovieFile::replaceByCopy(std::optional<MediaTime> end) {
-  const Path copyPath = file_.path() + ".finishing";
+  const Path copyPath = copyPathOf(file_.path());
   const Bytes type = fileType();
   const MovieIndex index(movie_, *index_, end);
   const std::uint64_t movieSize = index.build(0).size();

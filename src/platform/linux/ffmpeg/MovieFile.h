@@ -35,6 +35,9 @@ class MovieFile {
   /// file was not made by this class or holds no fragment. Changes nothing.
   static Result<MovieFile> reopen(RandomAccessFile file, Limits limits);
 
+  /// Removes the copy ("<path>.finishing") that a process left which died while it finished a short movie.
+  static void discardUnfinishedCopy(const Path& path);
+
   /// Once, before the first fragment: ftyp and moov as the muxer puts them out.
   Result<void> begin(ByteSpan initialization);
   /// Whole moof and mdat boxes. A failed write leaves no torn fragment where that can be helped.

@@ -57,7 +57,10 @@ Result<RepairReport> repairMovie(const Path& path) {
   TRY(RandomAccessFile file, RandomAccessFile::open(path, RandomAccessFile::Mode::readWrite));
   TRY(const std::uint64_t size, file.size());
   TRY(const auto finished, inspectFinished(file));
-  if (finished) return RepairReport{*finished, 0, true};
+  if (finished) {
+    MovieFile::discardUnfinishedCopy(path);
+    return RepairReport{*finished, 0, true};
+  }
 
   TRY(MovieFile movie, MovieFile::reopen(std::move(file), MovieFile::Limits()));
   TRY(const RandomAccessFile reader, RandomAccessFile::open(path, RandomAccessFile::Mode::readOnly));

@@ -21,7 +21,8 @@ void configure(AVCodecContext& context, const VideoSettings& settings) {
   context.framerate = {settings.expectedSourceFrameRate, 1};
   context.sample_aspect_ratio = {1, 1};
   context.bit_rate = settings.averageBitRate;
-  // A screen at rest leaves the rate unused; without a floor the next motion would be coded far beyond what eyes can see.
+  // A screen at rest leaves the rate unused; without a floor the next motion would be coded far beyond what eyes can
+  // see.
   context.qmin = finestQuantizer;
   context.gop_size = settings.maxKeyFrameInterval;
   context.profile = FF_PROFILE_H264_HIGH;
