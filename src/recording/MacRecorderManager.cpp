@@ -31,12 +31,13 @@ Task<void> MacRecorderManager::run(Path filePath, RecordingConfig config) {
   config_ = std::move(config);
   isPaused_ = false;
   print("🎯 macOS: Recording mode: " + config_.recordingMode);
+  const Resolution resolution = config_.mode() == RecordingMode::screen ? chooseOutputResolution() : Resolution{};
   print("🎯 No upload mechanism configured - local only");
   print("🎯 Using traditional recording (local file only)");
   recordingStartTime_ = platform_.dispatch.now();
   switch (config_.mode()) {
     case RecordingMode::screen:
-      co_return co_await runScreenRecording(std::move(filePath), config_);
+      co_return co_await runScreenRecording(std::move(filePath), resolution);
     case RecordingMode::audioOnly:
       co_return RecordingError::screenCaptureNotSupported;
     case RecordingMode::unknown:
@@ -45,12 +46,11 @@ Task<void> MacRecorderManager::run(Path filePath, RecordingConfig config) {
   std::unreachable();
 }
 
-Task<void> MacRecorderManager::runScreenRecording(Path filePath, RecordingConfig config) {
-  recording_ = std::make_unique<ScreenRecording>(platform_, journal_,
-                                                 ScreenRecording::Request{.filePath = std::move(filePath),
-                                                                          .config = std::move(config),
-                                                                          .resolution = chooseOutputResolution(),
-                                                                          .display = selectedDisplay_});
+Task<void> MacRecorderManager::runScreenRecording(Path filePath, Resolution resolution) {
+  recording_ = std::make_unique<ScreenRecording>(
+      platform_, journal_,
+      ScreenRecording::Request{
+          .filePath = std::move(filePath), .config = config_, .resolution = resolution, .display = selectedDisplay_});
   co_return co_await recording_->start();
 }
 

@@ -63,7 +63,7 @@ class MacRecorderManager {
   enum class Phase { idle, starting, recording, stopping };
 
   Task<void> run(Path filePath, RecordingConfig config);
-  Task<void> runScreenRecording(Path filePath, RecordingConfig config);
+  Task<void> runScreenRecording(Path filePath, Resolution resolution);
   Resolution chooseOutputResolution() const;
   /// Resumes when no start or stop is under way.
   Task<void> settled();

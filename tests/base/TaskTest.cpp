@@ -37,14 +37,6 @@ Task<int> holdingLocals(Pending& pending, int& living) {
   co_return result;
 }
 
-TEST(Task, doesNothingUntilItIsStarted) {
-  Pending pending;
-  {
-    const auto task = doubled(pending);
-  }
-  EXPECT_FALSE(pending);
-}
-
 TEST(Task, passesValuesAndErrorsUpTheChain) {
   ManualExecutor queue;
   TaskScope scope(queue);
@@ -85,17 +77,6 @@ TEST(Task, resumesOnItsOwnQueueWhenAnotherThreadCompletes) {
   EXPECT_EQ(resumedOn, std::this_thread::get_id());
 }
 
-TEST(Task, goesOnAtOnceWhenTheAnswerWasThereAtOnce) {
-  ManualExecutor queue;
-  TaskScope scope(queue);
-  int result = 0;
-  const auto immediate = []() -> Task<int> {
-    co_return co_await completed<int>([](Completion<int> done) { done(5); });
-  };
-  queue.run([&] { scope.start(immediate(), [&](Result<int> value) { result = *value; }); });
-  EXPECT_EQ(result, 5);
-}
-
 TEST(TaskScope, destroysSuspendedFramesAndIgnoresLateCompletions) {
   ManualExecutor queue;
   Pending pending;
@@ -126,24 +107,6 @@ TEST(TaskScope, dropsAResumptionThatWasAlreadyOnItsWay) {
   queue.runAll();
   EXPECT_EQ(living, 0);
   EXPECT_FALSE(ended);
-}
-
-TEST(TaskScope, startsAnotherTaskFromTheEndOfOne) {
-  ManualExecutor queue;
-  TaskScope scope(queue);
-  Pending first, second;
-  int sum = 0;
-  queue.run([&] {
-    scope.start(waitFor(first), [&](Result<int> one) {
-      scope.start(waitFor(second), [&, one = *one](Result<int> two) { sum = one + *two; });
-    });
-  });
-  (*first)(1);
-  queue.runAll();
-  (*second)(2);
-  queue.runAll();
-  EXPECT_EQ(sum, 3);
-  EXPECT_TRUE(scope.isIdle());
 }
 
 TEST(Completion, countsOnceWhoeverRaces) {

@@ -1,14 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <map>
 #include <memory>
 
-#include "channels/Arguments.h"
 #include "channels/EventChannel.h"
 #include "channels/EventSubscription.h"
 #include "channels/InProcessMessenger.h"
 #include "channels/MethodChannel.h"
-#include "channels/MethodTable.h"
 #include "support/ManualExecutor.h"
 
 namespace quillbeam {
@@ -99,66 +96,6 @@ TEST(MethodChannel, answersAMessageThatIsNoCallWithAnError) {
   });
   world.settle();
   EXPECT_NE(answer.find("MALFORMED_CALL"), std::string::npos);
-}
-
-TEST(MethodChannel, callsEveryClientAndWaitsForNone) {
-  World world;
-  std::vector<std::string> heard;
-  const auto first = world.client();
-  const auto second = world.client();
-  MethodChannel onFirst(*first, "events"), onSecond(*second, "events");
-  onFirst.setCallHandler([&](MethodCall call, MethodResult result) {
-    heard.push_back("first " + call.method);
-    result.success();
-  });
-  onSecond.setCallHandler([&](MethodCall call, MethodResult result) {
-    heard.push_back("second " + call.method + " " + call.arguments.at("fileId").asString()->c_str());
-    result.success();
-  });
-  world.queue.run([&] { MethodChannel(world.native, "events").invoke("started", ValueMap{{"fileId", "f1"}}); });
-  EXPECT_TRUE(heard.empty());
-  world.settle();
-  EXPECT_EQ(heard, (std::vector<std::string>{"first started", "second started f1"}));
-}
-
-TEST(MethodChannel, callsFailWhenTheNativeSideGoesAndAnswersToGoneClientsAreDropped) {
-  auto world = std::make_unique<World>();
-  auto native = std::make_unique<InProcessMessenger>(world->queue);
-  auto client = world->onQueue([&] { return native->connectClient(); });
-  auto leaving = world->onQueue([&] { return native->connectClient(); });
-  std::vector<MethodResult> held;
-  auto channel = std::make_unique<MethodChannel>(*native, "room");
-  channel->setCallHandler([&](MethodCall, MethodResult result) { held.push_back(std::move(result)); });
-  const auto pending = call(*world, *client, "room", "wait");
-  const auto dropped = call(*world, *leaving, "room", "wait");
-  world->settle();
-  ASSERT_EQ(held.size(), 2u);
-
-  world->queue.run([&] {
-    leaving.reset();
-    held[1].success("to nobody");
-    channel.reset();
-    native.reset();
-  });
-  world->settle();
-  const auto tooLate = call(*world, *client, "room", "wait");
-  world->settle();
-
-  EXPECT_EQ(*pending, "failed: The other side is gone");
-  EXPECT_EQ(*tooLate, "failed: The other side is gone");
-  EXPECT_EQ(*dropped, "failed: The other side is gone");
-  world->queue.run([&] { held.clear(); });
-}
-
-TEST(MethodChannel, turnsAReplyThatIsTooLargeIntoAnError) {
-  World world;
-  const auto client = world.client();
-  MethodChannel channel(world.native, "room");
-  channel.setCallHandler(
-      [](MethodCall, MethodResult result) { result.success(Value::Bytes(BinaryMessenger::largestMessage)); });
-  const auto answer = call(world, *client, "room", "all");
-  world.settle();
-  EXPECT_EQ(*answer, "REPLY_TOO_LARGE: The reply is too large to be sent");
 }
 
 /// A producer whose test emits through `sink`.
@@ -308,78 +245,11 @@ TEST(EventChannel, cancelsItsStreamWhenItIsDestroyed) {
   EXPECT_EQ(ear.heard, "first;");
 }
 
-TEST(EventSubscription, saysSoWhenNothingStreamsOrTheNativeSideIsLost) {
+TEST(EventSubscription, saysSoWhenNothingStreams) {
   World world;
   Ear nothing(world);
   world.settle();
   EXPECT_EQ(nothing.heard, "error NOT_IMPLEMENTED;end;");
-
-  auto native = std::make_unique<InProcessMessenger>(world.queue);
-  Tones tones;
-  auto channel = std::make_unique<EventChannel>(*native, "tones", tones);
-  auto client = world.onQueue([&] { return native->connectClient(); });
-  std::string heard;
-  std::optional<EventSubscription> subscription;
-  world.queue.run([&] {
-    subscription.emplace(
-        *client, "tones",
-        EventSubscription::Listener{[&](Value) { heard += "event;"; },
-                                    [&](MethodError error) { heard += error.code + ";"; }, [&] { heard += "end;"; }});
-  });
-  world.settle();
-  world.queue.run([&] {
-    channel.reset();
-    native.reset();
-  });
-  world.settle();
-  EXPECT_EQ(heard, "event;CONNECTION_LOST;end;");
-}
-
-class Door {
- public:
-  void open(Value arguments, MethodResult result) { result.success(Value(arguments.at("who"))); }
-  void close(Value, MethodResult result) { result.error("STUCK"); }
-};
-
-TEST(MethodTable, matchesNamesExactly) {
-  const MethodTable<Door> methods = {{"open", &Door::open}, {"close", &Door::close}};
-  Door door;
-  std::string answer;
-  const auto dispatch = [&](const std::string& method) {
-    return methods.dispatch(door, {method, ValueMap{{"who", "me"}}},
-                            MethodResult(method, [&](MethodReply reply) { answer = text(std::move(reply)); }));
-  };
-  EXPECT_EQ(dispatch("open"), Dispatched::known);
-  EXPECT_EQ(answer, "me");
-  EXPECT_EQ(dispatch("close"), Dispatched::known);
-  EXPECT_EQ(answer, "STUCK: -");
-  for (const std::string unknown : {"Open", "open ", "", "ope"}) {
-    EXPECT_EQ(dispatch(unknown), Dispatched::unknown);
-    EXPECT_EQ(answer, "not implemented");
-  }
-}
-
-TEST(Arguments, takesOnlyTheTypeThatIsAskedFor) {
-  const Value map = ValueMap{{"text", "t"},   {"narrow", 480}, {"wide", std::int64_t{1} << 40},
-                             {"real", 0.5},   {"flag", true},  {"map", ValueMap{{"a", 1}}},
-                             {"nil", nullptr}};
-  const Arguments arguments(map);
-  EXPECT_EQ(arguments.string("text"), "t");
-  EXPECT_EQ(arguments.integer("narrow"), 480);
-  EXPECT_EQ(arguments.integer("wide"), std::int64_t{1} << 40);
-  EXPECT_EQ(arguments.number("narrow"), 480.0);
-  EXPECT_EQ(arguments.number("real"), 0.5);
-  EXPECT_EQ(arguments.boolean("flag"), true);
-  EXPECT_EQ(arguments.map("map"), (ValueMap{{"a", 1}}));
-  for (const char* key : {"flag", "nil", "missing", "real"}) {
-    EXPECT_EQ(arguments.string(key), std::nullopt);
-    EXPECT_EQ(arguments.integer(key), std::nullopt);
-    EXPECT_EQ(arguments.list(key), std::nullopt);
-  }
-  EXPECT_EQ(arguments.boolean("narrow"), std::nullopt);
-  const Value noMap = "filePath";
-  EXPECT_FALSE(Arguments(noMap).isMap());
-  EXPECT_EQ(Arguments(noMap).string("filePath"), std::nullopt);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
 
 #include "channels/StandardMethodCodec.h"
 #include "support/Hex.h"
@@ -15,12 +14,6 @@ using test::fromHex;
 using test::toHex;
 
 Bytes encoded(const Frame& frame) { return FrameCodec::encode(frame).value().flattened(); }
-
-std::vector<Frame> read(FrameReader& reader) {
-  std::vector<Frame> frames;
-  while (auto frame = reader.next().value()) frames.push_back(*std::move(frame));
-  return frames;
-}
 
 /// The bytes of the document's n-th ```hex block; what follows "|" in a line is for people.
 Bytes documentedBytes(int block) {
@@ -43,26 +36,6 @@ TEST(FrameCodec, isWhatItsDocumentShows) {
 
   EXPECT_EQ(toHex(encoded(call)), toHex(documentedBytes(0)));
   EXPECT_EQ(toHex(encoded(reply)), toHex(documentedBytes(1)));
-}
-
-TEST(FrameReader, findsTheFramesHoweverTheStreamIsCut) {
-  const std::vector<Frame> frames = {{FrameKind::message, 0, "a/b", Bytes{1, 2, 3}},
-                                     {FrameKind::reply, 7, "", {}},
-                                     {FrameKind::message, 0xFFFFFFFF, "\u00E9", Bytes(5000, 9)}};
-  Bytes stream;
-  for (const Frame& frame : frames) {
-    const Bytes bytes = encoded(frame);
-    stream.insert(stream.end(), bytes.begin(), bytes.end());
-  }
-  for (const std::size_t cut : {std::size_t{1}, std::size_t{3}, std::size_t{11}, std::size_t{4096}, stream.size()}) {
-    FrameReader reader;
-    std::vector<Frame> found;
-    for (std::size_t i = 0; i < stream.size(); i += cut) {
-      reader.append(ByteSpan(stream).subspan(i, std::min(cut, stream.size() - i)));
-      for (Frame& frame : read(reader)) found.push_back(std::move(frame));
-    }
-    EXPECT_EQ(found, frames) << cut;
-  }
 }
 
 TEST(FrameReader, staysBrokenAfterGarbage) {

@@ -81,15 +81,6 @@ TEST(StandardMessageCodec, alignsWideNumbersWhereverTheyStand) {
   EXPECT_TRUE(std::isnan(*StandardMessageCodec::decode(StandardMessageCodec::encode(std::nan("")))->asDouble()));
 }
 
-TEST(StandardMessageCodec, keepsKeysOfAnyTypeAndTheirOrder) {
-  ValueMap map;
-  map.set(7, "seven");
-  map.set("name", ValueMap{{"z", 1}, {"a", 2}});
-  map.set(ValueList{true}, nullptr);
-  const Bytes message = StandardMessageCodec::encode(map);
-  EXPECT_EQ(StandardMessageCodec::encode(StandardMessageCodec::decode(message).value()), message);
-}
-
 TEST(StandardMessageCodec, refusesEveryTruncationAndEveryTail) {
   const Bytes message = StandardMessageCodec::encode(ValueMap{{"bytes", Value::Bytes(300, 1)},
                                                               {"doubles", Value::Floats64{1, 2}},

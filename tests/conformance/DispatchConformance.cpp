@@ -1,9 +1,7 @@
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 #include <vector>
 
-#include "base/TaskScope.h"
 #include "support/Worlds.h"
 
 using namespace std::chrono_literals;
@@ -51,15 +49,6 @@ TEST_P(DispatchConformance, destroyingAQueueAlsoRunsWhatItsClosuresEnqueue) {
   EXPECT_EQ(generations, 5);
 }
 
-TEST_P(DispatchConformance, syncRunsAfterWhatWasEnqueuedBeforeIt) {
-  const auto queue = makeQueue();
-  std::vector<int> order;
-  queue->async([&] { order.push_back(1); });
-  queue->async([&] { order.push_back(2); });
-  queue->sync([&] { order.push_back(3); });
-  EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
-}
-
 TEST_P(DispatchConformance, knowsWhichQueueIsCurrentAlsoInsideNestedSyncs) {
   const auto outer = makeQueue("outer");
   const auto inner = makeQueue("inner");
@@ -76,36 +65,6 @@ TEST_P(DispatchConformance, knowsWhichQueueIsCurrentAlsoInsideNestedSyncs) {
   EXPECT_EQ(seen, (std::vector<bool>{true, false, false, false, true, false, true, false, false}));
   EXPECT_FALSE(outer->isCurrent());
   EXPECT_TRUE(dispatch().main().isCurrent());
-}
-
-TEST_P(DispatchConformance, carriesWorkToMainAndBack) {
-  const auto queue = makeQueue();
-  bool onMain = false;
-  bool syncedToMain = false;
-  std::atomic<bool> returned = false;
-  queue->async([&] {
-    dispatch().main().sync([&] { syncedToMain = dispatch().main().isCurrent() && !queue->isCurrent(); });
-    dispatch().main().async([&] {
-      onMain = dispatch().main().isCurrent();
-      returned = true;
-    });
-  });
-  ASSERT_TRUE(world().waitUntil([&] { return returned.load(); }));
-  EXPECT_TRUE(onMain);
-  EXPECT_TRUE(syncedToMain);
-}
-
-TEST_P(DispatchConformance, runsGlobalWorkOffMain) {
-  std::atomic<int> current = 0;
-  std::atomic<int> ran = 0;
-  for (int i = 0; i < 100; ++i) {
-    dispatch().global().async([&] {
-      if (dispatch().global().isCurrent() && !dispatch().main().isCurrent()) ++current;
-      ++ran;
-    });
-  }
-  ASSERT_TRUE(world().waitUntil([&] { return ran == 100; }));
-  EXPECT_EQ(current, 100);
 }
 
 TEST_P(DispatchConformance, destroysWhatAClosureOwnedOnItsQueue) {
@@ -205,30 +164,6 @@ TEST_P(DispatchConformance, manyThreadsMayEnqueueAndCancelAtOnce) {
   }
   ASSERT_TRUE(world().waitUntil([&] { return handled == 8; }));
   queue->sync([&] { EXPECT_GE(confined, 1600); });
-}
-
-Task<void> visit(Dispatch& dispatch, DispatchQueue& queue, std::vector<MediaTime>& times) {
-  times.push_back(dispatch.hostTime());
-  CO_TRY_VOID(co_await delay(queue, 10ms));
-  times.push_back(dispatch.hostTime());
-  CO_TRY_VOID(co_await drained(queue));
-  co_return success;
-}
-
-TEST_P(DispatchConformance, tasksWaitOnTheirQueueAndCancellingThemIsQuiet) {
-  std::vector<MediaTime> times;
-  bool done = false;
-  TaskScope scope(dispatch().main());
-  scope.start(visit(dispatch(), dispatch().main(), times), [&](Result<void> result) { done = result.has_value(); });
-  ASSERT_TRUE(world().waitUntil([&] { return done; }));
-  ASSERT_EQ(times.size(), 2u);
-  EXPECT_GE(times[1] - times[0], MediaTime::from(10ms));
-
-  std::vector<MediaTime> cancelled;
-  scope.start(visit(dispatch(), dispatch().main(), cancelled));
-  scope.cancelAll();
-  world().letPass(20ms);
-  EXPECT_EQ(cancelled.size(), 1u);
 }
 
 }  // namespace

@@ -12,8 +12,6 @@ namespace quillbeam {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 ByteChain bytesOf(std::string_view text) { return ByteChain(Bytes(text.begin(), text.end())); }
 
@@ -72,51 +70,6 @@ TEST_P(FilesConformance, aFailedAtomicWriteLeavesNoTemporaryFile) {
   EXPECT_EQ(errorCode(files().writeAtomically(at("missing/file"), bytesOf("x"))), ENOENT);
 }
 
-TEST_P(FilesConformance, writesNewFilesOnlyAndAppendsInOrder) {
-  const Path path = at("part");
-  ASSERT_TRUE(files().writeNew(path, bytesOf("one"), Durability::durable));
-  EXPECT_EQ(errorCode(files().writeNew(path, bytesOf("two"), Durability::cached)), EEXIST);
-  ASSERT_TRUE(files().append(path, bytesOf(" two"), Durability::cached));
-  ASSERT_TRUE(files().append(path, bytesOf(" three"), Durability::durable));
-  EXPECT_EQ(content(path), "one two three");
-  ASSERT_TRUE(files().append(at("fresh"), bytesOf("appended"), Durability::cached));
-  EXPECT_EQ(content(at("fresh")), "appended");
-}
-
-TEST_P(FilesConformance, createsParentsAndToleratesExistingDirectories) {
-  ASSERT_TRUE(files().createDirectories(at("a/b/c")));
-  ASSERT_TRUE(files().createDirectories(at("a/b/c")));
-  EXPECT_EQ(files().info(at("a/b"))->kind, FileKind::directory);
-  ASSERT_TRUE(files().writeNew(at("file"), bytesOf(""), Durability::cached));
-  EXPECT_EQ(errorCode(files().createDirectories(at("file"))), EEXIST);
-  EXPECT_EQ(errorCode(files().createDirectories(at("file/below"))), ENOTDIR);
-}
-
-TEST_P(FilesConformance, listsNamesSortedAndOnlyThoseOfTheDirectoryItself) {
-  for (const char* name : {"b", "a.txt", ".hidden", "ab"}) {
-    ASSERT_TRUE(files().writeNew(at(name), bytesOf(name), Durability::cached));
-  }
-  ASSERT_TRUE(files().createDirectories(at("a/deep")));
-  EXPECT_THAT(names(root()), ElementsAre(".hidden", "a", "a.txt", "ab", "b"));
-  EXPECT_THAT(names(at("a/deep")), IsEmpty());
-  EXPECT_EQ(errorCode(files().list(at("nowhere"))), ENOENT);
-  EXPECT_EQ(errorCode(files().list(at("b"))), ENOTDIR);
-}
-
-TEST_P(FilesConformance, tellsSizeKindAndTime) {
-  const Date before = dispatch().now() - std::chrono::seconds(2);
-  ASSERT_TRUE(files().writeNew(at("file"), bytesOf("12345"), Durability::cached));
-  const Result<FileInfo> info = files().info(at("file"));
-  ASSERT_TRUE(info);
-  EXPECT_EQ(info->kind, FileKind::regular);
-  EXPECT_EQ(info->size, 5);
-  EXPECT_GE(info->modified, before);
-  EXPECT_LE(info->modified, dispatch().now() + std::chrono::seconds(2));
-  EXPECT_EQ(errorCode(files().info(at("nothing"))), ENOENT);
-  EXPECT_FALSE(files().exists(at("nothing")));
-  EXPECT_TRUE(files().exists(at("file")));
-}
-
 TEST_P(FilesConformance, renamesFilesOverFilesAndDirectoriesWithAllTheyHold) {
   ASSERT_TRUE(files().writeNew(at("from"), bytesOf("moved"), Durability::cached));
   ASSERT_TRUE(files().writeNew(at("to"), bytesOf("replaced"), Durability::cached));
@@ -130,12 +83,6 @@ TEST_P(FilesConformance, renamesFilesOverFilesAndDirectoriesWithAllTheyHold) {
   EXPECT_EQ(content(at("kept/segments/1")), "s");
 
   EXPECT_EQ(errorCode(files().rename(at("nothing"), at("x"))), ENOENT);
-  EXPECT_EQ(errorCode(files().rename(at("to"), at("kept"))), EISDIR);
-  EXPECT_EQ(errorCode(files().rename(at("kept"), at("to"))), ENOTDIR);
-  EXPECT_EQ(errorCode(files().rename(at("kept"), at("kept/segments/self"))), EINVAL);
-  ASSERT_TRUE(files().createDirectories(at("other")));
-  ASSERT_TRUE(files().writeNew(at("kept.sibling"), bytesOf(""), Durability::cached));
-  EXPECT_EQ(errorCode(files().rename(at("other"), at("kept"))), ENOTEMPTY);
 }
 
 TEST_P(FilesConformance, removesAFileOrAWholeDirectoryButNotItsNeighbours) {
@@ -146,19 +93,6 @@ TEST_P(FilesConformance, removesAFileOrAWholeDirectoryButNotItsNeighbours) {
   EXPECT_THAT(names(root()), ElementsAre("session.json"));
   ASSERT_TRUE(files().remove(at("session.json")));
   EXPECT_EQ(errorCode(files().remove(at("session.json"))), ENOENT);
-}
-
-TEST_P(FilesConformance, readingReportsWhatIsMissingOrNoFileAndNamesThePath) {
-  EXPECT_EQ(errorCode(files().read(at("nothing"))), ENOENT);
-  EXPECT_THAT(files().read(at("nothing")).error().description(), HasSubstr("/nothing"));
-  ASSERT_TRUE(files().createDirectories(at("directory")));
-  EXPECT_EQ(errorCode(files().read(at("directory"))), EISDIR);
-}
-
-TEST_P(FilesConformance, measuresFreeSpaceAlsoWhereNothingExistsYet) {
-  const Result<std::int64_t> free = files().freeSpace(at("not/there/yet"));
-  ASSERT_TRUE(free);
-  EXPECT_GT(*free, 0);
 }
 
 TEST_P(FilesConformance, locksExcludeEachOtherAndTellTheHoldersNote) {

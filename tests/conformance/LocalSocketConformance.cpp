@@ -75,19 +75,6 @@ TEST_P(LocalSocketConformance, carriesBytesBothWaysInOrder) {
   EXPECT_EQ(client->connection->unsentBytes(), 0u);
 }
 
-TEST_P(LocalSocketConformance, servesSeveralClientsApart) {
-  const auto listener = listen();
-  const auto first = connect();
-  const auto second = connect();
-  first->say("1");
-  second->say("2");
-  ASSERT_TRUE(
-      waitFor([&] { return accepted.size() == 2 && !accepted[0]->heard.empty() && !accepted[1]->heard.empty(); }));
-  accepted[0]->say("to " + accepted[0]->heard);
-  accepted[1]->say("to " + accepted[1]->heard);
-  ASSERT_TRUE(waitFor([&] { return first->heard == "to 1" && second->heard == "to 2"; }));
-}
-
 TEST_P(LocalSocketConformance, closesOnceAfterEverythingThePeerSentBeforeItWent) {
   const auto listener = listen();
   auto client = connect();
@@ -153,34 +140,6 @@ TEST_P(LocalSocketConformance, refusesWhatCannotWork) {
   listener.reset();
   EXPECT_TRUE(sockets().connect(path(), dispatch().main()).error().is(LocalSocketError::notListening));
   EXPECT_TRUE(listen()) << "the place is free again";
-}
-
-TEST_P(LocalSocketConformance, worksOnASerialQueueOfItsOwn) {
-  const auto queue = dispatch().makeSerialQueue("server");
-  std::unique_ptr<LocalConnection> served;
-  std::unique_ptr<LocalListener> listener;
-  bool everOffQueue = false;
-  queue->sync([&] {
-    auto made = sockets().listen(path(), *queue, [&](std::unique_ptr<LocalConnection> connection) {
-      served = std::move(connection);
-      served->start(
-          [&](ByteSpan bytes) {
-            everOffQueue = everOffQueue || !queue->isCurrent();
-            served->send(ByteChain(Bytes(bytes.begin(), bytes.end())));
-          },
-          [] {});
-    });
-    listener = std::move(*made);
-  });
-  const auto client = connect();
-  client->say("echo");
-  ASSERT_TRUE(waitFor([&] { return client->heard == "echo"; }));
-  queue->sync([&] {
-    served.reset();
-    listener.reset();
-  });
-  ASSERT_TRUE(waitFor([&] { return client->closings == 1; }));
-  EXPECT_FALSE(everOffQueue);
 }
 
 }  // namespace

@@ -90,20 +90,6 @@ TEST_P(ScreenCaptureConformance, listsTheDisplay) {
   EXPECT_EQ(content->displays.front().height, 360);
 }
 
-TEST_P(ScreenCaptureConformance, refusesOutputsThatItHasOrDoesNotCapture) {
-  const auto stream = makeStreamWithOutputs();
-  const auto second = stream->addStreamOutput(output, OutputType::audio, *queues[1]);
-  ASSERT_FALSE(second);
-  EXPECT_TRUE(second.error().is(ScreenCaptureError::duplicateOutput));
-
-  const auto content = run(capture_->shareableContent());
-  IgnoringDelegate delegate;
-  const auto silent = capture_->makeStream(content->displays.front(), {.width = 640, .height = 360}, delegate);
-  const auto refused = (*silent)->addStreamOutput(output, OutputType::microphone, *queues[2]);
-  ASSERT_FALSE(refused);
-  EXPECT_TRUE(refused.error().is(ScreenCaptureError::notConfigured));
-}
-
 TEST_P(ScreenCaptureConformance, deliversContiguousSoundBetweenPicturesOfTheConfiguredSize) {
   const auto stream = makeStreamWithOutputs();
   ASSERT_TRUE(run(stream->startCapture()));
@@ -133,22 +119,6 @@ TEST_P(ScreenCaptureConformance, deliversContiguousSoundBetweenPicturesOfTheConf
   }
   EXPECT_GE(pictures.back().presentationTime(), stopTime);
   EXPECT_LE(pictures.back().presentationTime() - stopTime, MediaTime(1, 10)) << "a last picture with the stop time";
-}
-
-TEST_P(ScreenCaptureConformance, mergesItsOutputsInTimeOrder) {
-  const auto stream = makeStream();
-  // One queue for all shows the order in which they were posted.
-  for (const auto type : everyType) ASSERT_TRUE(stream->addStreamOutput(output, type, *queues[0]));
-  ASSERT_TRUE(run(stream->startCapture()));
-  ASSERT_TRUE(waitForPictures(3));
-  ASSERT_TRUE(run(stream->stopCapture()));
-  const auto all = samples.all();
-  EXPECT_TRUE(areInTimeOrder(all));
-  const auto firstPicture = samples.of(OutputType::screen).front().presentationTime();
-  for (const auto type : {OutputType::audio, OutputType::microphone}) {
-    const auto lead = firstPicture - samples.of(type).front().presentationTime();
-    EXPECT_LE(lead, MediaTime(1, 2));
-  }
 }
 
 TEST_P(ScreenCaptureConformance, repeatsAStillScreenAtFullRateUntilAPictureIsTakenAndThenEverySecond) {

@@ -1,5 +1,3 @@
-#include <limits>
-
 #include "platform/linux/posix/JsonUserDefaults.h"
 #include "platform/linux/posix/PosixFiles.h"
 #include "platform/sim/SimLogging.h"
@@ -48,17 +46,6 @@ TEST_P(UserDefaultsConformance, keepsEveryKindOfValueOverARestart) {
   for (const auto& [key, value] : settings) EXPECT_EQ(defaults().get(key), value) << key << " is visible at once";
   restart();
   for (const auto& [key, value] : settings) EXPECT_EQ(defaults().get(key), value) << key << " came back";
-}
-
-TEST_P(UserDefaultsConformance, nilRemovesAndUnknownKeysAreNil) {
-  EXPECT_TRUE(defaults().get("never").isNil());
-  defaults().set("key", 1);
-  defaults().set("key", 2);
-  EXPECT_EQ(defaults().get("key"), Value(2));
-  defaults().set("key", nullptr);
-  EXPECT_TRUE(defaults().get("key").isNil());
-  restart();
-  EXPECT_TRUE(defaults().get("key").isNil());
 }
 
 }  // namespace

@@ -22,18 +22,6 @@ void post(NotificationCenter& center, std::string_view name, const ValueMap& inf
   center.post(name, info);
 }
 
-TEST(NotificationCenter, tellsObserversOfTheNameInOrderAndAtOnce) {
-  SimDispatch dispatch;
-  NotificationCenter center(dispatch.main());
-  std::vector<std::string> heard;
-  const auto first = observe(center, "started",
-                             [&](const ValueMap& info) { heard.push_back("first " + *info.find("id")->asString()); });
-  const auto other = observe(center, "stopped", [&](const ValueMap&) { heard.push_back("other"); });
-  const auto second = observe(center, "started", [&](const ValueMap&) { heard.push_back("second"); });
-  post(center, "started", {{"id", "7"}});
-  EXPECT_THAT(heard, ElementsAre("first 7", "second"));
-}
-
 TEST(NotificationCenter, observersMayComeAndGoWhileItPosts) {
   SimDispatch dispatch;
   NotificationCenter center(dispatch.main());

@@ -33,56 +33,6 @@ TEST(SimDispatch, interleavesQueuesBySeedAndReplaysASeed) {
   EXPECT_GT(schedules.size(), 30u);
 }
 
-TEST(SimDispatch, timeStandsStillUntilTheTestMovesIt) {
-  SimDispatch dispatch;
-  const MediaTime start = dispatch.hostTime();
-  const Date wall = dispatch.now();
-  int ran = 0;
-  const auto timer = dispatch.main().after(1s, [&] { ++ran; });
-  dispatch.runUntilIdle();
-  EXPECT_EQ(ran, 0);
-  dispatch.advance(999'999'999ns);
-  EXPECT_EQ(ran, 0);
-  dispatch.advance(1ns);
-  EXPECT_EQ(ran, 1);
-  EXPECT_EQ(dispatch.hostTime() - start, MediaTime(1, 1));
-  EXPECT_EQ(dispatch.now() - wall, 1s);
-}
-
-TEST(SimDispatch, closuresSeeTheTimeAtWhichTheyFellDueAndMayStartFurtherTimers) {
-  SimDispatch dispatch;
-  const MediaTime start = dispatch.hostTime();
-  std::vector<double> ticks;
-  TimerHandle timer;
-  std::function<void()> tick = [&] {
-    ticks.push_back((dispatch.hostTime() - start).seconds());
-    timer = dispatch.main().after(250ms, [&] { tick(); });
-  };
-  tick();
-  dispatch.advance(1s);
-  EXPECT_EQ(ticks, (std::vector<double>{0, 0.25, 0.5, 0.75, 1}));
-}
-
-TEST(SimDispatch, runUntilStopsAtOnceWhenThePredicateHoldsAndAtTheLimitOtherwise) {
-  SimDispatch dispatch;
-  const MediaTime start = dispatch.hostTime();
-  int ran = 0;
-  const auto first = dispatch.main().after(1s, [&] { ++ran; });
-  const auto second = dispatch.main().after(1s, [&] { ++ran; });
-  EXPECT_TRUE(dispatch.runUntil([&] { return ran == 1; }, 1min));
-  EXPECT_EQ(dispatch.hostTime() - start, MediaTime(1, 1));
-  EXPECT_FALSE(dispatch.runUntil([&] { return ran == 3; }, 5s));
-  EXPECT_EQ(dispatch.hostTime() - start, MediaTime(6, 1));
-}
-
-TEST(SimDispatch, theWallClockJumpsWithoutTheHostClock) {
-  SimDispatch dispatch;
-  const MediaTime host = dispatch.hostTime();
-  dispatch.setWallClock(Date(0s));
-  EXPECT_EQ(dispatch.now(), Date(0s));
-  EXPECT_EQ(dispatch.hostTime(), host);
-}
-
 TEST(SimDispatch, aKilledProcessRunsNothingMoreButItsDestructorsMayStillSync) {
   SimDispatch dispatch;
   const auto queue = dispatch.makeSerialQueue("q");

@@ -116,27 +116,5 @@ TEST(SimFilesFaults, aFailedStepIsReportedCleanedUpAndOver) {
   }
 }
 
-TEST(SimFilesFaults, aFullDiskTakesNothingUntilSomethingIsRemoved) {
-  Disk disk;
-  disk.files.setFreeSpace(10);
-  ASSERT_TRUE(disk.files.writeNew("/data/a", bytesOf("1234567"), Durability::cached));
-  EXPECT_EQ(*disk.files.freeSpace("/data"), 3);
-  const auto refused = disk.files.append("/data/a", bytesOf("8901"), Durability::cached);
-  EXPECT_EQ(refused.error().code(), ENOSPC);
-  EXPECT_EQ(disk.content("/data/a"), "1234567");
-  ASSERT_TRUE(disk.files.remove("/data/a"));
-  EXPECT_TRUE(disk.files.writeAtomically("/data/b", bytesOf("1234567890")));
-}
-
-TEST(SimFilesFaults, aFailingDirectoryFailsWithAllBelowAndNothingBeside) {
-  Disk disk;
-  ASSERT_TRUE(disk.files.createDirectories("/data/bad"));
-  disk.files.failBelow("/data/bad", EACCES);
-  EXPECT_EQ(disk.files.writeNew("/data/bad/file", bytesOf(""), Durability::cached).error().code(), EACCES);
-  EXPECT_TRUE(disk.files.writeNew("/data/badge", bytesOf(""), Durability::cached));
-  disk.files.failBelow("/data/bad", 0);
-  EXPECT_TRUE(disk.files.writeNew("/data/bad/file", bytesOf(""), Durability::cached));
-}
-
 }  // namespace
 }  // namespace quillbeam

@@ -122,22 +122,6 @@ TEST_F(CapturePipelineTest, recordsTimedSilenceForAMissingSoundServerAndTakesItU
   EXPECT_EQ(log.lines.back().first, LogLevel::notice);
 }
 
-TEST_F(CapturePipelineTest, repeatsTheSamePictureOfAStillScreen) {
-  start({});
-  ASSERT_TRUE(ticks(1));
-  screen.screen = ScreenState::unchanged;
-  ASSERT_TRUE(ticks(5, Repeats::everyTick));
-  ASSERT_TRUE(ticks(48, Repeats::everySecond));
-  const auto pictures = samples.of(OutputType::screen);
-  ASSERT_EQ(pictures.size(), 8u);
-  EXPECT_EQ(screen.grabs, 1);
-  for (const auto& picture : pictures) {
-    EXPECT_EQ(picture.picture(), pictures.front().picture());
-    EXPECT_EQ(picture.frameStatus(), FrameStatus::complete);
-    EXPECT_EQ(picture.duration(), MediaTime(1, 24));
-  }
-}
-
 TEST_F(CapturePipelineTest, takesALastPictureOnlyOfAScreenThatChanged) {
   for (const auto last : {ScreenState::unchanged, ScreenState::changed}) {
     CapturePipelineTest::screen = {};
@@ -192,18 +176,6 @@ TEST_F(CapturePipelineTest, endsWhenTheDisplayStaysAwayButNotWhenItOnlyChangesIt
   const auto before = samples.count(OutputType::screen);
   stop();
   EXPECT_EQ(samples.count(OutputType::screen), before + 1) << "the last picture, once more, at the end";
-}
-
-TEST_F(CapturePipelineTest, deliversWhatItHasWhenTheServerDies) {
-  start({OutputType::audio});
-  ASSERT_TRUE(ticks(24));
-  screen.error = ScreenCaptureError::connectionLost;
-  const auto ended = ticks(1);
-  ASSERT_FALSE(ended);
-  EXPECT_TRUE(ended.error().is(ScreenCaptureError::connectionLost));
-  stop();
-  EXPECT_EQ(samples.count(OutputType::screen), 25u);
-  EXPECT_TRUE(areInTimeOrder(samples.all()));
 }
 
 TEST_F(CapturePipelineTest, repeatsWhileTheScreenCannotBeReadForAMoment) {

@@ -33,26 +33,6 @@ TEST(PicturePacer, takesEveryChangeOfAScreenThatIsFasterThanTheGrid) {
   }
 }
 
-TEST(PicturePacer, repeatsAStillScreenEveryTickAtFirstAndThenEverySecond) {
-  PicturePacer pacer(frame);
-  EXPECT_EQ(pacer.decide(tick(0), ScreenState::unchanged, Repeats::everyTick, Room::free).action, Action::nothing)
-      << "there is nothing to repeat before the first picture";
-  pacer.pictureTaken(tick(0));
-  int repeats = 0;
-  for (int i = 1; i <= 10; ++i) {
-    const auto decision = pacer.decide(tick(i), ScreenState::unchanged, Repeats::everyTick, Room::free);
-    EXPECT_EQ(decision.action, Action::repeat);
-    pacer.pictureTaken(decision.stamp);
-  }
-  for (int i = 11; i <= 10 + 5 * 24; ++i) {
-    const auto decision = pacer.decide(tick(i), ScreenState::unchanged, Repeats::everySecond, Room::free);
-    if (decision.action != Action::repeat) continue;
-    EXPECT_EQ(decision.stamp, tick(10 + ++repeats * 24));
-    pacer.pictureTaken(decision.stamp);
-  }
-  EXPECT_EQ(repeats, 5);
-}
-
 TEST(PicturePacer, countsTheTicksThatItSleptThroughWhileTheScreenChanged) {
   PicturePacer pacer(frame);
   pacer.pictureTaken(pacer.decide(tick(0), ScreenState::changed, Repeats::everySecond, Room::free).stamp);
@@ -62,26 +42,6 @@ TEST(PicturePacer, countsTheTicksThatItSleptThroughWhileTheScreenChanged) {
   pacer.pictureTaken(late.stamp);
   EXPECT_EQ(pacer.decide(tick(9), ScreenState::unchanged, Repeats::everySecond, Room::free).missed, 0)
       << "nothing was there to be missed";
-}
-
-TEST(PicturePacer, leavesTheScreenAloneWhileTheOutputIsFullAndCountsIt) {
-  PicturePacer pacer(frame);
-  pacer.pictureTaken(pacer.decide(tick(0), ScreenState::changed, Repeats::everySecond, Room::free).stamp);
-  const auto refused = pacer.decide(tick(1), ScreenState::changed, Repeats::everySecond, Room::none);
-  EXPECT_EQ(refused.action, Action::nothing);
-  EXPECT_EQ(refused.missed, 1);
-  EXPECT_EQ(pacer.decide(tick(2), ScreenState::changed, Repeats::everySecond, Room::free).action, Action::grab);
-}
-
-TEST(PicturePacer, showsAPictureAgainThatTheOutputDidNotGet) {
-  PicturePacer pacer(frame);
-  pacer.pictureTaken(pacer.decide(tick(0), ScreenState::changed, Repeats::everySecond, Room::free).stamp);
-  pacer.pictureRefused();
-  EXPECT_EQ(pacer.decide(tick(1), ScreenState::unchanged, Repeats::everySecond, Room::none).action, Action::nothing);
-  const auto again = pacer.decide(tick(2), ScreenState::unchanged, Repeats::everySecond, Room::free);
-  EXPECT_EQ(again.action, Action::repeat);
-  pacer.pictureTaken(again.stamp);
-  EXPECT_EQ(pacer.decide(tick(3), ScreenState::unchanged, Repeats::everySecond, Room::free).action, Action::nothing);
 }
 
 }  // namespace

@@ -43,12 +43,6 @@ class StreamMergerTest : public testing::Test {
   SimTone microphone_{880, ms(1000)};
 };
 
-TEST_F(StreamMergerTest, passesPicturesThroughWhenThereIsNoSound) {
-  merger.add(OutputType::screen, picture(ms(1000)));
-  merger.add(OutputType::screen, picture(ms(1042)));
-  EXPECT_EQ(told(merger.release(ms(1042))), (Told{"S1000", "S1042"}));
-}
-
 TEST_F(StreamMergerTest, holdsEverythingThatAnOlderBlockMayStillFollow) {
   merger.addSoundTrack(OutputType::audio, ms(1000));
   merger.addSoundTrack(OutputType::microphone, ms(1000));
@@ -74,14 +68,6 @@ TEST_F(StreamMergerTest, waitsNoLongerThanItsPatienceForATrackThatIsStuck) {
   EXPECT_EQ(told(merger.release(ms(1342))), (Told{"A1010", "A1020", "A1030", "A1040", "S1042"}));
   hear(OutputType::microphone, 1);
   EXPECT_EQ(told(merger.release(ms(1343))), (Told{"M1000"})) << "late, but never lost";
-}
-
-TEST_F(StreamMergerTest, givesUpEverythingInOrderAtTheEnd) {
-  merger.addSoundTrack(OutputType::audio, ms(1000));
-  merger.add(OutputType::screen, picture(ms(1005)));
-  merger.add(OutputType::screen, picture(ms(1050)));
-  hear(OutputType::audio, 2);
-  EXPECT_EQ(told(merger.releaseAll()), (Told{"A1000", "S1005", "A1010", "S1050"}));
 }
 
 TEST_F(StreamMergerTest, keepsTimeOrderHoweverTheTracksArrive) {

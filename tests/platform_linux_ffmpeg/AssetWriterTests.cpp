@@ -144,16 +144,6 @@ TEST_F(MovieWriting, theSessionsEndCutsPicturesAndSound) {
   EXPECT_NEAR(numbersOf(probed(path_, "format=duration"))[0], end.seconds(), millisecond);
 }
 
-TEST_F(MovieWriting, anEndLongBeforeTheNewestSamplesHidesWhatWasWritten) {
-  Recording recording(path_);
-  recording.record(96);
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  recording.writer->endSession(MediaTime(1, 1));
-  ASSERT_TRUE(recording.finish());
-  for (const double duration : numbersOf(probed(path_, "stream=duration"))) EXPECT_NEAR(duration, 1, millisecond);
-  EXPECT_EQ(numbersOf(probed(path_, "frame=pts_time", "-select_streams v")).size(), 24u);
-}
-
 TEST_F(MovieWriting, samplesBeforeTheSessionAreCutToTheSample) {
   FfmpegMediaWriters writers;
   const auto writer = *writers.makeMovieWriter(path_, NetworkUse::optimized);
@@ -243,36 +233,6 @@ TEST_F(MovieWriting, finishesWithOnePictureAndWithNothing) {
   empty.writer->endSession(MediaTime::zero());
   EXPECT_TRUE(empty.finish());
   EXPECT_EQ(empty.writer->status(), AssetWriter::Status::completed);
-}
-
-TEST_F(MovieWriting, cancellingRemovesTheFile) {
-  Recording recording(path_);
-  recording.record(30);
-  recording.writer->cancelWriting();
-  EXPECT_EQ(recording.writer->status(), AssetWriter::Status::cancelled);
-  EXPECT_FALSE(std::filesystem::exists(path_));
-  EXPECT_FALSE(recording.pictures->append(pictureAt(grayPicture(320, 180, 0), MediaTime(30, 24))));
-}
-
-TEST_F(MovieWriting, refusesWhatItCannotWriteWithTheReason) {
-  FfmpegMediaWriters writers;
-  std::ofstream(path_) << "precious";
-  const auto existing = writers.makeMovieWriter(path_, NetworkUse::optimized);
-  ASSERT_FALSE(existing);
-  EXPECT_TRUE(existing.error().is(AssetWriterError::fileExists));
-  const auto unreachable = writers.makeMovieWriter(directory_.path() + "/none/movie.mp4", NetworkUse::optimized);
-  ASSERT_FALSE(unreachable);
-  EXPECT_TRUE(unreachable.error().is(AssetWriterError::cannotOpenFile));
-  EXPECT_EQ(unreachable.error().underlying()->code(), ENOENT);
-
-  const auto writer = *writers.makeMovieWriter(directory_.path() + "/other.mp4", NetworkUse::optimized);
-  EXPECT_EQ(
-      writer->addVideoInput(
-          {.width = 321, .height = 180, .averageBitRate = 1, .expectedSourceFrameRate = 15, .maxKeyFrameInterval = 36}),
-      nullptr);
-  EXPECT_EQ(writer->addAudioInput({.sampleRate = 12'345, .channels = 2, .bitRate = 96'000}), nullptr);
-  std::ifstream kept(path_);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "precious");
 }
 
 }  // namespace

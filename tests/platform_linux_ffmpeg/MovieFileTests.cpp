@@ -133,19 +133,6 @@ TEST_F(MovieFiles, aTornTailOfZerosIsCutAndReported) {
   EXPECT_EQ(decodingErrors(file), "");
 }
 
-TEST_F(MovieFiles, theIndexGoesIntoItsRoomOrBehindTheMedia) {
-  for (const auto& [limits, order] : {std::pair(inRoom, "moov"), std::pair(noRoom, "mdat")}) {
-    const Path file = path(order);
-    Recording recording(file, screenVideo, limits);
-    recording.record(72);
-    ASSERT_TRUE(recording.finish());
-    EXPECT_EQ(contentOf(file).substr(roomBegin + 4, 4), order);
-    EXPECT_EQ(decodingErrors(file), "");
-    EXPECT_EQ(pictureCount(file), 72u);
-    EXPECT_NEAR(durationOf(file), 3, 0.001);
-  }
-}
-
 /// Rebuilds what is on disk when finishing is interrupted before each of its steps, with what an unordered disk may
 /// have written of the step before.
 TEST_F(MovieFiles, finishingMayBeInterruptedAnywhere) {

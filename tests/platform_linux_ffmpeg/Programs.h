@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdio>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,20 +18,11 @@ inline std::string outputOf(const std::string& command) {
   return output;
 }
 
-inline std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  for (std::size_t start = 0; start < text.size();) {
-    const std::size_t end = std::min(text.find('\n', start), text.size());
-    if (end > start) lines.push_back(text.substr(start, end - start));
-    start = end + 1;
-  }
-  return lines;
-}
-
 inline std::vector<double> numbersOf(const std::string& text) {
   std::vector<double> numbers;
-  for (const std::string& line : linesOf(text)) {
-    if (line[0] == '-' || (line[0] >= '0' && line[0] <= '9')) numbers.push_back(std::stod(line));
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with('-') || (line[0] >= '0' && line[0] <= '9')) numbers.push_back(std::stod(line));
   }
   return numbers;
 }

@@ -50,16 +50,5 @@ TEST(XdgPlaces, takesTheVideosDirectoryFromTheUsersOwnList) {
   EXPECT_EQ(movies(R"(XDG_VIDEOS_DIR="unfinished)"), "/home/ada/Videos");
 }
 
-TEST(SystemVersion, comesFromTheEnvironmentWhenThatMakesSense) {
-  const auto version = [](std::string text) {
-    return systemVersionFromEnvironment(environment({{"QUILLBEAM_SYSTEM_VERSION", std::move(text)}}));
-  };
-  EXPECT_EQ(version("14.4"), (SystemVersion{14, 4}));
-  EXPECT_EQ(version("16"), (SystemVersion{16, 0}));
-  for (const char* nonsense : {"", "x", "14.", ".4", "14.4.1", "-1", "14 "}) {
-    EXPECT_EQ(version(nonsense), SystemVersion()) << nonsense;
-  }
-}
-
 }  // namespace
 }  // namespace quillbeam

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
-#include <limits>
 
 #include "platform/sim/SimDispatch.h"
 #include "platform/sim/SimFiles.h"
@@ -45,20 +44,6 @@ TEST(JsonUserDefaults, setsADamagedFileAsideAndStartsAfresh) {
   EXPECT_THAT(machine.log.lines(), SizeIs(2));
 }
 
-TEST(JsonUserDefaults, severalChangesCostOneWrite) {
-  Machine machine;
-  const auto defaults = machine.open();
-  defaults->set("first", 0);
-  machine.dispatch.runUntilIdle();
-  const std::uint64_t before = machine.files.stepCount();
-  defaults->set("again", 0);
-  machine.dispatch.runUntilIdle();
-  const std::uint64_t one = machine.files.stepCount() - before;
-  for (int i = 0; i < 100; ++i) defaults->set("key", i);
-  machine.dispatch.runUntilIdle();
-  EXPECT_EQ(machine.files.stepCount() - before, 2 * one);
-}
-
 TEST(JsonUserDefaults, aFailedWriteIsLoggedAndMadeUpForByTheNextSet) {
   Machine machine;
   const auto defaults = machine.open();
@@ -70,15 +55,6 @@ TEST(JsonUserDefaults, aFailedWriteIsLoggedAndMadeUpForByTheNextSet) {
   defaults->set("other", 2);
   machine.dispatch.runUntilIdle();
   EXPECT_THAT(machine.file(), HasSubstr("\"lost?\": 1"));
-}
-
-TEST(JsonUserDefaults, oneImpossibleValueDoesNotSpoilTheOthers) {
-  Machine machine;
-  auto defaults = machine.open();
-  defaults->set("nan", std::numeric_limits<double>::quiet_NaN());
-  defaults->set("good", true);
-  defaults.reset();
-  EXPECT_EQ(machine.file(), "{\n  \"good\": true\n}\n");
 }
 
 TEST(JsonUserDefaults, aPowerCutLeavesTheFormerOrTheNewSettings) {

@@ -4,8 +4,6 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <array>
-#include <atomic>
 #include <semaphore>
 #include <thread>
 
@@ -17,20 +15,6 @@ namespace {
 bool isReadable(int descriptor) {
   pollfd poll{.fd = descriptor, .events = POLLIN, .revents = 0};
   return ::poll(&poll, 1, 0) == 1;
-}
-
-TEST(LinuxDispatch, runsMainUntilStopped) {
-  LinuxDispatch dispatch;
-  int ran = 0;
-  dispatch.global().async([&] {
-    dispatch.main().async([&] { ++ran; });
-    dispatch.main().async([&] {
-      ++ran;
-      dispatch.stopMain();
-    });
-  });
-  dispatch.runMain();
-  EXPECT_EQ(ran, 2);
 }
 
 TEST(LinuxDispatch, canBeDrivenByAnEventLoopThatWatchesTheDescriptor) {
@@ -67,29 +51,6 @@ TEST(LinuxDispatch, blockedQueuesDoNotStarveOthersNorCostAThreadEachWhenIdle) {
   queues[blocked]->async([&] { done.release(); });
   EXPECT_TRUE(done.try_acquire_for(30s)) << "a queue waited for blocked neighbours";
   release.release(blocked);
-}
-
-/// Keeps its queue ready for ever, until it is told to stop.
-struct BusyLoop {
-  void run() {
-    if (!stop) queue->async([this] { run(); });
-  }
-  std::atomic<bool> stop = false;
-  std::unique_ptr<DispatchQueue> queue;
-};
-
-TEST(LinuxDispatch, aBusyQueueTakesTurnsWithOthers) {
-  LinuxDispatch dispatch;
-  std::binary_semaphore done(0);
-  std::array<BusyLoop, 8> busy;
-  for (BusyLoop& loop : busy) {
-    loop.queue = dispatch.makeSerialQueue("busy");
-    loop.run();
-  }
-  const auto patient = dispatch.makeSerialQueue("patient");
-  patient->async([&] { done.release(); });
-  EXPECT_TRUE(done.try_acquire_for(30s));
-  for (BusyLoop& loop : busy) loop.stop = true;
 }
 
 }  // namespace

@@ -177,26 +177,6 @@ TEST_F(PulseSound, staysOnTimeAcrossASuspendedDeviceAndAMute) {
   EXPECT_ON_TIME(beepThrough(recording, "speakers"));
 }
 
-TEST_F(PulseSound, isTakenUpWhereItStandsByAReaderThatWasStuck) {
-  Recording recording(systemAudio());
-  EXPECT_ON_TIME(beepThrough(recording, "speakers"));
-  sleepFor(4 * second);
-  EXPECT_ON_TIME(beepThrough(recording, "speakers"));
-}
-
-TEST(PulseContextWithoutServer, saysSoAtOnceAndFindsOneThatIsStartedLater) {
-  if (!PrivateSoundServer::isInstalled()) GTEST_SKIP() << "NO SOUND WAS TESTED: install pulseaudio and its tools";
-  PrivateSoundServer server;
-  server.stop();
-  PulseContext context(server.address());
-  EXPECT_FALSE(context.answers(std::chrono::seconds(5)));
-  EXPECT_TRUE(PulseSoundSources(context).openMicrophone().error().is(ScreenCaptureError::noSoundServer));
-  EXPECT_FALSE(PulseCaptureDevices(context).defaultAudioDevice());
-  server.start();
-  EXPECT_TRUE(context.answers(std::chrono::seconds(5)));
-  EXPECT_TRUE(PulseSoundSources(context).openMicrophone());
-}
-
 TEST(PulseContextWithoutServer, doesNotWaitForOneThatAcceptsAndSaysNothing) {
   std::string folder = (std::filesystem::temp_directory_path() / "deaf-server-XXXXXX").string();
   ASSERT_TRUE(mkdtemp(folder.data()));

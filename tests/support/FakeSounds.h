@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -22,38 +21,30 @@ class FakeSounds final : public SoundSources {
 
   /// While set, nothing can be opened.
   std::optional<Error> openError;
-  /// While set, what is opened cannot be started.
-  std::optional<Error> startError;
-  /// A source that forgets to deliver, against its contract.
-  std::atomic<bool> stuck = false;
-  std::atomic<int> openedSources = 0;
 
  private:
   class Source final : public SoundSource {
    public:
-    Source(FakeSounds& owner, double frequency) : owner_(owner), frequency_(frequency) {}
+    explicit Source(double frequency) : frequency_(frequency) {}
     Result<void> start(MediaTime from) override {
-      if (owner_.startError) return *owner_.startError;
       tone_.emplace(frequency_, from);
       return success;
     }
     std::vector<SampleBuffer> readUntil(MediaTime hostTime) override {
       std::vector<SampleBuffer> blocks;
-      while (!owner_.stuck && tone_->nextEnd() <= hostTime) blocks.push_back(tone_->nextBlock());
+      while (tone_->nextEnd() <= hostTime) blocks.push_back(tone_->nextBlock());
       return blocks;
     }
-    bool isDelivering() const override { return !owner_.stuck; }
+    bool isDelivering() const override { return true; }
 
    private:
-    FakeSounds& owner_;
     double frequency_;
     std::optional<SimTone> tone_;
   };
 
   Result<std::unique_ptr<SoundSource>> open(double frequency) {
     if (openError) return *openError;
-    ++openedSources;
-    return std::make_unique<Source>(*this, frequency);
+    return std::make_unique<Source>(frequency);
   }
 };
 

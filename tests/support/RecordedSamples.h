@@ -1,7 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -46,12 +45,10 @@ class RecordingOutput final : public StreamOutput {
 
   SampleDisposition didOutputSampleBuffer(const SampleBuffer& sample, OutputType type) override {
     samples_.add(type, sample);
-    if (onSample) onSample();
     return answer;
   }
 
   SampleDisposition answer = SampleDisposition::taken;
-  std::function<void()> onSample;
 
  private:
   RecordedSamples& samples_;
