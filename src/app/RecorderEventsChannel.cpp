@@ -25,7 +25,6 @@ void RecorderEventsChannel::emit(const std::string& event, const std::string& fi
 }
 
 void RecorderEventsChannel::observe(std::string_view notification, NotificationCenter::Observer observer) {
-  main_.assertCurrent();
   observations_.push_back(notifications_.observe(notification, std::move(observer)));
 }
 

@@ -34,8 +34,8 @@ class NotificationCenter {
 
   explicit NotificationCenter(DispatchQueue& main) : main_(main) {}
 
-  void post(std::string_view name, const ValueMap& userInfo) RUNS_ON(main_);
-  [[nodiscard]] std::unique_ptr<Observation> observe(std::string_view name, Observer observer) RUNS_ON(main_);
+  void post(std::string_view name, const ValueMap& userInfo);
+  [[nodiscard]] std::unique_ptr<Observation> observe(std::string_view name, Observer observer);
 
  private:
   struct Entry {
