@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "platform/sim/SimTone.h"
+#include "recording/AudioStreamOutput.h"
 #include "recording/Recorder.h"
 
 namespace quillbeam {
@@ -73,6 +75,27 @@ TEST(RecordingTimeline, shiftsATrackThatBeganMoreThanTenMillisecondsEarlyByItsLe
   EXPECT_EQ(recording.system(), (Times{0, 10}));
   EXPECT_EQ(recording.microphone(), (Times{0, 10})) << "exactly 10 ms is no lead: clamped, not shifted";
   EXPECT_EQ(recording.recorder.printed("🎯 AudioStreamOutput: Applying system audio lead offset: 0.3s"), 1);
+}
+
+TEST(RecordingTimeline, countsATrackFromItsOwnFirstSampleWhereNoPicturesAreExpected) {
+  SimWorld world;
+  Platform platform = world.platform();
+  ASSERT_TRUE(world.files.createDirectories("/tmp"));
+  const auto writer = world.mediaWriters.makeMovieWriter("/tmp/sound.mp4", NetworkUse::optimized).value();
+  AssetWriterInput* input = writer->addAudioInput(MacRecordingConfig::audioSettings());
+  ASSERT_TRUE(writer->startWriting());
+  RecordingTimeline timeline(platform.standardOutput, *writer, RecordingTimeline::Baseline::ownFirstSample);
+  timeline.startAssetWriterSessionIfNeeded(MediaTime::zero());
+  LevelMeter level;
+  const auto queue = platform.dispatch.makeSerialQueue("sound");
+  AudioStreamOutput output({*queue, platform.standardOutput, *writer, *input, timeline, level});
+  queue->sync([&] {
+    output.startSession();
+    SimTone tone(440, MediaTime(500, 1));
+    for (int i = 0; i < 3; ++i) output.didOutputSampleBuffer(tone.nextBlock(), OutputType::audio);
+  });
+  EXPECT_EQ(HandFed::milliseconds(*world.mediaWriters.lastMovie().sound(0)), (Times{0, 10, 20}));
+  EXPECT_GT(level.take(), 0);
 }
 
 TEST(BusyWriter, dropsPicturesAndMicrophoneAtOnceAndTriesSystemAudioOnceMore) {
