@@ -27,8 +27,8 @@ namespace quillbeam {
 ///
 /// `toValue(entry)` and `fromValue<JournalEntry>(value)` derive from that list. Absent optionals are left out of the
 /// map; unknown members are ignored on the way in; a missing or mistyped member is `CommonError::malformedData`
-/// naming it. Dates travel as ISO 8601 text. Enumerations give `std::string toText(E)` and
-/// `std::optional<E> fromText(std::type_identity<E>, std::string_view)` beside them.
+/// naming it. Dates travel as the text that `iso8601` writes, and no other. Enumerations give
+/// `std::string toText(E)` and `std::optional<E> fromText(std::type_identity<E>, std::string_view)` beside them.
 template <class Record, class Member>
 struct Field {
   std::string_view name;

@@ -83,7 +83,7 @@ struct MemberCodec<Date> {
     const std::string* text = value.asString();
     if (text == nullptr) return misfit();
     const auto date = parseIso8601(*text);
-    return date ? Fitted<Date>(*date) : misfit();
+    return date && iso8601(*date) == *text ? Fitted<Date>(*date) : misfit();
   }
 };
 

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "channels/BinaryMessenger.h"
-#include "channels/Utf8.h"
+#include "base/Utf8.h"
 
 namespace quillbeam {
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "channels/StandardTypes.h"
-#include "channels/Utf8.h"
+#include "base/Utf8.h"
 
 namespace quillbeam {
 

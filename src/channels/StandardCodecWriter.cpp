@@ -7,7 +7,7 @@
 
 #include "base/Check.h"
 #include "channels/StandardTypes.h"
-#include "channels/Utf8.h"
+#include "base/Utf8.h"
 
 namespace quillbeam {
 

@@ -12,6 +12,8 @@ std::string describe(FilesError error) {
   std::unreachable();
 }
 
+bool isTemporaryName(std::string_view name) { return name.starts_with('.') && name.ends_with(".tmp"); }
+
 Path joined(const Path& directory, std::string_view name) {
   Path path = directory;
   if (!path.ends_with('/')) path += '/';

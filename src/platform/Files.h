@@ -48,6 +48,8 @@ class Files {
   virtual Result<void> writeNew(const Path& path, const ByteChain& bytes, Durability durability) = 0;
   virtual Result<void> append(const Path& path, const ByteChain& bytes, Durability durability) = 0;
   virtual Result<Bytes> read(const Path& path) = 0;
+  /// At most `count` bytes from `offset` on; fewer when the file ends before.
+  virtual Result<Bytes> readRange(const Path& path, std::int64_t offset, std::int64_t count) = 0;
   /// Names (not paths) of a directory's entries, sorted; without "." and "..".
   virtual Result<std::vector<std::string>> list(const Path& directory) = 0;
   virtual Result<FileInfo> info(const Path& path) = 0;
@@ -65,6 +67,10 @@ class Files {
 enum class FilesError { locked };
 std::string describe(FilesError error);
 constexpr std::string_view errorDomain(FilesError) { return "FilesError"; }
+
+/// Whether `writeAtomically` calls its temporary files so (".….tmp"). Only a process that dies in the middle of a write
+/// leaves one behind.
+bool isTemporaryName(std::string_view name);
 
 /// `directory` + "/" + `name`.
 Path joined(const Path& directory, std::string_view name);

@@ -14,6 +14,7 @@
 #include "platform/capture/CaptureDevices.h"
 #include "platform/capture/ScreenCapture.h"
 #include "platform/media/AssetWriter.h"
+#include "platform/network/Network.h"
 
 namespace quillbeam {
 
@@ -34,6 +35,7 @@ struct Platform {
   ScreenCapture& screenCapture;
   CaptureDevices& captureDevices;
   MediaWriters& mediaWriters;
+  Network& network;
 };
 
 }  // namespace quillbeam

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "platform/linux/capture/LinuxScreenCapture.h"
+#include "platform/linux/curl/CurlNetwork.h"
 #include "platform/linux/ffmpeg/FfmpegMediaWriters.h"
 #include "platform/linux/posix/Environment.h"
 #include "platform/linux/posix/JsonUserDefaults.h"
@@ -60,7 +61,8 @@ struct LinuxPlatform::Parts {
         userDefaults(dispatch, files, *log, joined(joined(places.preferences, bundleIdentifier), "defaults.json")),
         sounds(pulse),
         captureDevices(pulse),
-        screenCapture(dispatch, sounds, *log) {}
+        screenCapture(dispatch, sounds, *log),
+        network(dispatch) {}
 
   // The logs first: work on the global queue may log until the dispatch is gone.
   PrintingStandardOutput standardError;
@@ -78,6 +80,7 @@ struct LinuxPlatform::Parts {
   X11Permissions permissions;
   LinuxScreenCapture screenCapture;
   FfmpegMediaWriters mediaWriters;
+  CurlNetwork network;
   Platform platform{.processId = getpid(),
                     .dispatch = dispatch,
                     .files = files,
@@ -91,7 +94,8 @@ struct LinuxPlatform::Parts {
                     .permissions = permissions,
                     .screenCapture = screenCapture,
                     .captureDevices = captureDevices,
-                    .mediaWriters = mediaWriters};
+                    .mediaWriters = mediaWriters,
+                    .network = network};
 };
 
 LinuxPlatform::LinuxPlatform(DiagnosticLines lines) : parts_(std::make_unique<Parts>(lines)) {}

@@ -214,6 +214,13 @@ Result<Bytes> SimFiles::read(const Path& path) {
   return node->live;
 }
 
+Result<Bytes> SimFiles::readRange(const Path& path, std::int64_t offset, std::int64_t count) {
+  TRY(const Bytes all, read(path));
+  const auto size = static_cast<std::int64_t>(all.size());
+  const std::int64_t from = std::min(offset, size);
+  return Bytes(all.begin() + from, all.begin() + std::min(from + count, size));
+}
+
 Result<std::vector<std::string>> SimFiles::list(const Path& directory) {
   TRY_VOID(step("list", directory));
   TRY_VOID(requireDirectory("list", directory));

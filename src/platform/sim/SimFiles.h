@@ -36,6 +36,7 @@ class SimFiles final : public Files {
   Result<void> writeNew(const Path& path, const ByteChain& bytes, Durability durability) override;
   Result<void> append(const Path& path, const ByteChain& bytes, Durability durability) override;
   Result<Bytes> read(const Path& path) override;
+  Result<Bytes> readRange(const Path& path, std::int64_t offset, std::int64_t count) override;
   Result<std::vector<std::string>> list(const Path& directory) override;
   Result<FileInfo> info(const Path& path) override;
   bool exists(const Path& path) override;

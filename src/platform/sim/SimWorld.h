@@ -9,6 +9,7 @@
 #include "platform/sim/SimFiles.h"
 #include "platform/sim/SimLogging.h"
 #include "platform/sim/SimMediaWriters.h"
+#include "platform/sim/SimNetwork.h"
 #include "platform/sim/SimPermissions.h"
 #include "platform/sim/SimScreenCapture.h"
 #include "platform/sim/SimSockets.h"
@@ -30,7 +31,7 @@ namespace quillbeam {
 class SimWorld {
  public:
   explicit SimWorld(std::uint64_t seed = 1)
-      : dispatch({.seed = seed}), files(dispatch, seed), sockets(seed), random(seed) {}
+      : dispatch({.seed = seed}), files(dispatch, seed), network(dispatch, files), sockets(seed), random(seed) {}
 
   Platform platform() {
     return {.processId = 100,
@@ -46,7 +47,8 @@ class SimWorld {
             .permissions = permissions,
             .screenCapture = screenCapture,
             .captureDevices = captureDevices,
-            .mediaWriters = mediaWriters};
+            .mediaWriters = mediaWriters,
+            .network = network};
   }
 
   /// The process dies here and now. Its objects are still to be destroyed, which has no effect outside memory.
@@ -67,6 +69,7 @@ class SimWorld {
 
   SimDispatch dispatch;
   SimFiles files;
+  SimNetwork network;
   SimSockets sockets;
   SeededRandom random;
   SimStandardOutput standardOutput;

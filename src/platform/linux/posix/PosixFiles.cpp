@@ -134,6 +134,21 @@ Result<Bytes> PosixFiles::read(const Path& path) {
   return readAll(file, path);
 }
 
+Result<Bytes> PosixFiles::readRange(const Path& path, std::int64_t offset, std::int64_t count) {
+  TRY(const FileDescriptor file, openFile(path, O_RDONLY));
+  Bytes bytes(static_cast<std::size_t>(count));
+  std::size_t filled = 0;
+  while (filled < bytes.size()) {
+    const off_t at = offset + static_cast<off_t>(filled);
+    const ssize_t taken = ::pread(file.get(), bytes.data() + filled, bytes.size() - filled, at);
+    if (taken < 0 && errno != EINTR) return systemError("read " + path, errno);
+    if (taken == 0) break;
+    if (taken > 0) filled += static_cast<std::size_t>(taken);
+  }
+  bytes.resize(filled);
+  return bytes;
+}
+
 Result<std::vector<std::string>> PosixFiles::list(const Path& directory) {
   const std::unique_ptr<DIR, int (*)(DIR*)> stream(::opendir(directory.c_str()), &::closedir);
   if (!stream) return systemError("list " + directory, errno);

@@ -1,4 +1,4 @@
-#include "channels/Utf8.h"
+#include "base/Utf8.h"
 
 #include <cstdint>
 #include <cstring>
