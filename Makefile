@@ -4,6 +4,7 @@
 SECONDS_TO_RECORD ?= 10
 AVSYNC_SECONDS ?= 60
 BENCH_SECONDS ?= 30
+UPLOAD_MEBIBYTES ?= 1024
 JOBS ?= $(shell nproc)
 
 .PHONY: help record test bench lint build clean
@@ -12,7 +13,7 @@ JOBS ?= $(shell nproc)
 help:
 	@echo "make record   record the screen for $(SECONDS_TO_RECORD) seconds (SECONDS_TO_RECORD=…), on a private desktop when there is none"
 	@echo "make test     build everything and run every test"
-	@echo "make bench    measure cost, picture quality and synchrony (BENCH_SECONDS=…, AVSYNC_SECONDS=…)"
+	@echo "make bench    measure cost, picture quality, synchrony and uploads (BENCH_SECONDS=…, AVSYNC_SECONDS=…, UPLOAD_MEBIBYTES=…)"
 	@echo "make lint     formatting, clang-tidy, room boundaries, thread-safety analysis"
 	@echo "make build    the programs, in bin/"
 	@echo "make clean    remove everything that was built"
@@ -20,9 +21,9 @@ help:
 build:
 	scripts/bootstrap build
 	cmake --preset release
-	cmake --build --preset release --parallel $(JOBS) --target quillbeam demo-scene
+	cmake --build --preset release --parallel $(JOBS) --target quillbeam demo-scene quillbeam-upload-service
 	mkdir -p bin
-	install build/release/bin/quillbeam build/release/bin/demo-scene bin/
+	install $(addprefix build/release/bin/,quillbeam demo-scene quillbeam-upload-service) bin/
 
 record: build
 	scripts/record-demo $(SECONDS_TO_RECORD)
@@ -37,7 +38,7 @@ bench:
 	scripts/bootstrap build desktop
 	cmake --preset release
 	cmake --build --preset release --parallel $(JOBS)
-	benchmarks/whole_process/run-all build/release/bin $(BENCH_SECONDS) $(AVSYNC_SECONDS)
+	benchmarks/whole_process/run-all build/release/bin $(BENCH_SECONDS) $(AVSYNC_SECONDS) $(UPLOAD_MEBIBYTES)
 
 lint:
 	scripts/bootstrap build lint
