@@ -1,0 +1,239 @@
+#include "upload/FileUpload.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+namespace quillbeam {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr int mostHandOvers = MacNativeUploadSession::mostAttemptsPerPart;
+constexpr Duration betweenHandOvers = 2s;
+const MediaTime longestStandstill = MediaTime(120, 1);
+constexpr int mostLooksWithoutSession = 10;
+
+}  // namespace
+
+std::string describe(FileUploadError error) {
+  switch (error) {
+    case FileUploadError::emptyFile:
+      return "The file is empty";
+    case FileUploadError::notAFile:
+      return "This is no regular file";
+    case FileUploadError::fileChanged:
+      return "The file became shorter while it was read";
+    case FileUploadError::partGivenUp:
+      return "A part could not be uploaded";
+  }
+  std::unreachable();
+}
+
+std::string toText(FileUpload::Phase phase) {
+  switch (phase) {
+    case FileUpload::Phase::opening:
+      return "opening";
+    case FileUpload::Phase::sending:
+      return "sending";
+    case FileUpload::Phase::finishing:
+      return "finishing";
+    case FileUpload::Phase::ended:
+      return "ended";
+  }
+  std::unreachable();
+}
+
+FileUpload::FileUpload(Platform& platform, MacNativeBackgroundUploadManager& manager, NotificationCenter& notifications,
+                       Request request)
+    : platform_(platform), main_(platform.dispatch.main()), manager_(manager), request_(std::move(request)) {
+  progressed_ = notifications.observe("macUploadProgressUpdated", [this](const ValueMap&) { wake(); });
+  completed_ = notifications.observe("macUploadCompleted", [this](const ValueMap& info) { ended(info, success); });
+  failed_ = notifications.observe("macUploadFailed", [this](const ValueMap& info) {
+    const Value userInfo(info);
+    const std::string* text = userInfo.at("error").asString();
+    ended(userInfo, Error("MacUploadFailed", 1, text == nullptr ? "" : *text));
+  });
+}
+
+void FileUpload::ended(const Value& userInfo, Result<void> outcome) {
+  const std::string* sessionId = userInfo.at("sessionId").asString();
+  if (sessionId == nullptr || *sessionId != status_.sessionId || outcome_) return;
+  outcome_ = std::move(outcome);
+  wake();
+}
+
+void FileUpload::wake() {
+  if (const auto waiter = std::exchange(waiter_, std::nullopt)) (*waiter)(success);
+}
+
+Task<void> FileUpload::change() {
+  TimerHandle timer;
+  auto wait = [&](Completion<void> done) {
+    waiter_ = done;
+    timer = main_.after(1s, [done] { done(success); });
+  };
+  co_return co_await completed<void>(wait);
+}
+
+Task<void> FileUpload::run() {
+  auto uploaded = co_await upload();
+  status_.phase = Phase::ended;
+  if (!uploaded) status_.error = uploaded.error();
+  co_return uploaded;
+}
+
+Task<void> FileUpload::upload() {
+  CO_TRY_VOID(co_await measure());
+  CO_TRY_VOID(co_await open());
+  auto sent = co_await sendParts();
+  if (sent) co_return co_await finish();
+  // Nothing further will come: the service need not keep what it has.
+  std::ignore = co_await manager_.abortSession(status_.sessionId);
+  co_return sent;
+}
+
+Task<void> FileUpload::measure() {
+  auto look = [this]() -> Result<FileInfo> { return platform_.files.info(request_.file); };
+  CO_TRY(const FileInfo info, co_await runOn<FileInfo>(platform_.dispatch.global(), look));
+  if (info.kind != FileKind::regular) co_return FileUploadError::notAFile;
+  if (info.size == 0) co_return FileUploadError::emptyFile;
+  status_.totalBytes = info.size;
+  status_.totalParts = static_cast<int>((info.size + partSize - 1) / partSize);
+  co_return success;
+}
+
+Task<void> FileUpload::open() {
+  UploadRequest request{.teamId = request_.teamId,
+                        .folderId = request_.folderId,
+                        .fileName = request_.fileName,
+                        .contentType = request_.contentType,
+                        .source = MacUploadSourceType::fileImport};
+  CO_TRY(const auto session, co_await manager_.startSession(std::move(request)));
+  status_.sessionId = session.id;
+  status_.fileId = session.fileId;
+  status_.phase = Phase::sending;
+  co_return success;
+}
+
+Task<void> FileUpload::sendParts() {
+  for (int part = 1; part <= status_.totalParts; ++part) {
+    CO_TRY_VOID(co_await awaitRoom());
+    CO_TRY_VOID(co_await sendPart(part));
+  }
+  co_return success;
+}
+
+Task<void> FileUpload::awaitRoom() {
+  while (true) {
+    if (isStopped_) co_return CommonError::cancelled;
+    const auto session = manager_.getSession(status_.sessionId);
+    if (!session) co_return MacBackgroundUploadError::noActiveSession;
+    // A part that was given up occupies nothing any more.
+    const auto retryable = session->getRetryableParts(mostHandOvers);
+    if (session->pendingParts.size() + retryable.size() < mostUnconfirmedParts) co_return success;
+    CO_TRY_VOID(co_await change());
+    CO_TRY_VOID(co_await offerIdlePartsAgain());
+  }
+}
+
+Task<ByteChain> FileUpload::readPart(int partNumber) {
+  const std::int64_t offset = (partNumber - 1) * partSize;
+  const std::int64_t count = std::min(partSize, status_.totalBytes - offset);
+  auto read = [this, offset, count]() -> Result<Bytes> {
+    return platform_.files.readRange(request_.file, offset, count);
+  };
+  CO_TRY(Bytes bytes, co_await runOn<Bytes>(platform_.dispatch.global(), read));
+  if (std::cmp_not_equal(bytes.size(), count)) co_return FileUploadError::fileChanged;
+  co_return ByteChain(std::move(bytes));
+}
+
+Task<void> FileUpload::sendPart(int partNumber) {
+  for (int attempt = 1;; ++attempt) {
+    CO_TRY(ByteChain data, co_await readPart(partNumber));
+    auto handedOver = co_await manager_.uploadChunk(std::move(data), partNumber, status_.sessionId);
+    if (handedOver || attempt == mostHandOvers || isStopped_) co_return handedOver;
+    CO_TRY_VOID(co_await delay(main_, betweenHandOvers));
+  }
+}
+
+Task<void> FileUpload::offerIdlePartsAgain() {
+  CO_TRY(const auto transfers, co_await manager_.transferState(status_.sessionId));
+  const auto session = manager_.getSession(status_.sessionId);
+  if (!session) co_return success;
+  for (const int part : session->getRetryableParts(mostHandOvers)) {
+    // The service gave no address for its retry; the next look comes in a second.
+    if (!transfers.activeParts.contains(part)) std::ignore = co_await sendPart(part);
+  }
+  co_return success;
+}
+
+Task<void> FileUpload::finish() {
+  status_.phase = Phase::finishing;
+  manager_.markRecordingComplete(
+      status_.totalParts, status_.sessionId, weakly(this, [](FileUpload& self, const Result<void>& outcome) {
+        self.callerTimedOut_ = !outcome && outcome.error().is(MacBackgroundUploadError::finalizationTimeout);
+        if (!self.callerTimedOut_ && !self.outcome_) self.outcome_ = outcome;
+        self.wake();
+      }));
+  lastMove_ = platform_.dispatch.hostTime();
+  int looksWithoutSession = 0;
+  while (!outcome_) {
+    CO_TRY_VOID(co_await change());
+    if (manager_.getSession(status_.sessionId)) {
+      CO_TRY_VOID(co_await watch());
+    } else if (++looksWithoutSession > mostLooksWithoutSession) {
+      // Somebody stopped it.
+      co_return MacBackgroundUploadError::noActiveSession;
+    }
+  }
+  co_return *outcome_;
+}
+
+Task<void> FileUpload::watch() {
+  CO_TRY_VOID(co_await offerIdlePartsAgain());
+  CO_TRY(const auto transfers, co_await manager_.transferState(status_.sessionId));
+  const auto session = manager_.getSession(status_.sessionId);
+  if (outcome_ || !session) co_return success;
+  CO_TRY_VOID(checkForPartGivenUp(*session, transfers.activeParts));
+  const std::int64_t moved = session->totalBytesUploaded + transfers.bytesInFlight;
+  const MediaTime now = platform_.dispatch.hostTime();
+  if (moved != std::exchange(bytesMoved_, moved)) lastMove_ = now;
+  // The upload goes on as long as bytes move, whatever became of the time that the caller may wait.
+  if (callerTimedOut_ && now - lastMove_ > longestStandstill) co_return MacBackgroundUploadError::finalizationTimeout;
+  co_return success;
+}
+
+Result<void> FileUpload::checkForPartGivenUp(const MacNativeUploadSession& session,
+                                             const std::set<int>& activeParts) const {
+  if (!session.hasExhaustedPart() || !activeParts.empty()) return success;
+  const auto part = std::ranges::find_if(
+      session.failedParts, [](const MacFailedPart& failed) { return failed.retryCount >= mostHandOvers; });
+  return Error(FileUploadError::partGivenUp)
+      .withDescription("Part " + std::to_string(part->partNumber) + " failed " + std::to_string(part->retryCount) +
+                       " times: " + part->lastError);
+}
+
+Task<FileUpload::Status> FileUpload::status() {
+  Status status = status_;
+  const auto session = manager_.getSession(status_.sessionId);
+  if (session) {
+    CO_TRY(const auto transfers, co_await manager_.transferState(status_.sessionId));
+    status.confirmedBytes = session->totalBytesUploaded;
+    status.confirmedParts = static_cast<int>(session->uploadedParts.size());
+    status.bytesInFlight = transfers.bytesInFlight;
+    status.lastError = session->lastError;
+  } else if (status.phase == Phase::ended && !status.error) {
+    status.confirmedBytes = status.totalBytes;
+    status.confirmedParts = status.totalParts;
+  }
+  co_return status;
+}
+
+void FileUpload::stop() {
+  isStopped_ = true;
+  wake();
+}
+
+}  // namespace quillbeam
