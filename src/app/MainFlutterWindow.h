@@ -2,7 +2,9 @@
 
 #include <memory>
 
+#include "app/FileUploadChannel.h"
 #include "app/MacRecorderChannel.h"
+#include "app/NativeUploadConfigChannel.h"
 #include "app/RecorderEventsChannel.h"
 #include "app/RecordingStatisticsChannel.h"
 #include "app/ScreenCaptureChannel.h"
@@ -19,16 +21,26 @@ namespace quillbeam {
 /// keeps them for the life of the process. Main queue.
 class MainFlutterWindow {
  public:
-  MainFlutterWindow(Platform& platform, BinaryMessenger& messenger, NotificationCenter& notifications,
-                    MacRecorderManager& manager);
+  /// What the channels speak for.
+  struct Services {
+    NotificationCenter& notifications;
+    MacRecorderManager& recorder;
+    MacNativeApiClient& apiClient;
+    MacNativeUploadSessionStorage& uploadStorage;
+    MacNativeBackgroundUploadManager& uploads;
+  };
+
+  MainFlutterWindow(Platform& platform, BinaryMessenger& messenger, const Services& services);
 
  private:
   Logger logger_;
   std::unique_ptr<UploadServiceChannel> uploadService_;
   std::unique_ptr<RecorderEventsChannel> recorderEvents_;
   std::unique_ptr<MacRecorderChannel> recorder_;
+  std::unique_ptr<NativeUploadConfigChannel> uploadConfig_;
   std::unique_ptr<ScreenCaptureChannel> screenCapture_;
   std::unique_ptr<RecordingStatisticsChannel> statistics_;
+  std::unique_ptr<FileUploadChannel> fileUpload_;
 };
 
 }  // namespace quillbeam

@@ -18,12 +18,12 @@ namespace {
 /// How long clients may take to pick up their last replies.
 constexpr Duration lastRepliesTime = std::chrono::seconds(1);
 
-Path dataDirectory(const Places& places) { return joined(places.applicationSupport, bundleIdentifier); }
-
-Path lockPath(const Places& places) { return joined(dataDirectory(places), "native.lock"); }
+Path lockPath(const Places& places) {
+  return joined(joined(places.applicationSupport, bundleIdentifier), "native.lock");
+}
 
 Result<std::unique_ptr<FileLock>> takeDataDirectory(Platform& platform, const NativeHalf::Options& options) {
-  TRY_VOID(platform.files.createDirectories(dataDirectory(platform.places)));
+  TRY_VOID(platform.files.createDirectories(Path(parentDirectory(lockPath(platform.places)))));
   const RunningNativeHalf self{platform.processId, options.command, options.socketPath};
   TRY(const std::string note, toJson(toValue(self)));
   return platform.files.lock(lockPath(platform.places), note);
@@ -37,6 +37,9 @@ struct NativeHalf::Parts {
         options(std::move(given)),
         lock(std::move(held)),
         notifications(world.dispatch.main()),
+        apiClient(world),
+        uploadStorage(world),
+        uploads(world, apiClient, uploadStorage, notifications),
         journal(world.files, world.places, world.random),
         manager(world, journal),
         repair(world, journal),
@@ -46,6 +49,9 @@ struct NativeHalf::Parts {
   const Options options;
   std::unique_ptr<FileLock> lock;
   NotificationCenter notifications;
+  MacNativeApiClient apiClient;
+  MacNativeUploadSessionStorage uploadStorage;
+  MacNativeBackgroundUploadManager uploads;
   RecordingJournal journal;
   MacRecorderManager manager;
   RecordingRepair repair;
@@ -63,9 +69,13 @@ Result<std::unique_ptr<NativeHalf>> NativeHalf::create(Platform& platform, Optio
   const Path& socketPath = parts->options.socketPath;
   TRY_VOID(platform.files.createDirectories(Path(parentDirectory(socketPath))));
   TRY(parts->messenger, SocketMessenger::listen(platform.localSockets, socketPath, platform.dispatch.main()));
-  parts->window =
-      std::make_unique<MainFlutterWindow>(platform, *parts->messenger, parts->notifications, parts->manager);
+  parts->window = std::make_unique<MainFlutterWindow>(
+      platform, *parts->messenger,
+      MainFlutterWindow::Services{parts->notifications, parts->manager, parts->apiClient, parts->uploadStorage,
+                                  parts->uploads});
   parts->tasks.start(parts->repair.run());
+  parts->tasks.start(
+      launchUploads(platform, parts->apiClient, parts->uploadStorage, parts->uploads, parts->options.resumeUploads));
   return std::unique_ptr<NativeHalf>(new NativeHalf(std::move(parts)));
 }
 
@@ -73,6 +83,7 @@ const Path& NativeHalf::socketPath() const { return parts_->options.socketPath; 
 
 Task<void> NativeHalf::shutDown() {
   CO_TRY_VOID(co_await parts_->manager.shutDown());
+  CO_TRY_VOID(co_await parts_->uploads.prepareForTermination());
   co_return co_await parts_->messenger->shutDown(lastRepliesTime);
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <tuple>
 
+#include "app/UploadLaunch.h"
 #include "base/Record.h"
 #include "base/Result.h"
 #include "base/Task.h"
@@ -18,16 +19,18 @@ class NativeHalf {
   struct Options {
     std::string command;  ///< what the process was started as ("serve", "record"), for those who find it running
     Path socketPath;
+    ResumeUploads resumeUploads = ResumeUploads::yes;
   };
 
-  /// Takes the data directory's lock, repairs in the background what a dead process left open, opens the channels and
-  /// listens. `FilesError::locked` when another process is the native half (see `findRunningNativeHalf`); otherwise the
-  /// failing port's error.
+  /// Takes the data directory's lock, opens the channels and listens; repairs in the background the recordings that a
+  /// dead process left open, and goes on with its uploads. `FilesError::locked` when another process is the native half
+  /// (see `findRunningNativeHalf`); otherwise the failing port's error.
   static Result<std::unique_ptr<NativeHalf>> create(Platform& platform, Options options);
   ~NativeHalf();
 
   const Path& socketPath() const;
-  /// Stops a running recording and finishes its file. For the end of the process.
+  /// Stops a running recording and finishes its file; leaves uploads on disk as the next launch wants them. For the
+  /// end of the process.
   Task<void> shutDown();
 
  private:

@@ -46,14 +46,17 @@ class Stage:
         return self
 
     def __exit__(self, *_):
-        for process in reversed(self.running):
-            if process.poll() is None:
-                process.kill()
-            process.communicate()
+        self._end_processes()
         self.desktop.stdin.close()
         self.desktop.wait()
         self.desktop.stdout.close()
         shutil.rmtree(self.home)
+
+    def _end_processes(self):
+        for process in reversed(self.running):
+            if process.poll() is None:
+                process.kill()
+            process.communicate()
 
     def _desktop_environment(self):
         text = b""
@@ -98,6 +101,23 @@ class Stage:
 
     def file(self, name):
         return self.home / name
+
+
+class Household(Stage):
+    """A user's directories without a display and without a sound server."""
+
+    def __enter__(self):
+        self.home = pathlib.Path(tempfile.mkdtemp(prefix="quillbeam-test-"))
+        self.running = []
+        runtime = self.home / "runtime"
+        runtime.mkdir(mode=0o700)
+        self.environment = {"HOME": str(self.home), "XDG_RUNTIME_DIR": str(runtime), "PATH": os.environ["PATH"], "TZ": "UTC",
+                            **{name: os.environ[name] for name in ("ASAN_OPTIONS", "TSAN_OPTIONS") if name in os.environ}}
+        return self
+
+    def __exit__(self, *_):
+        self._end_processes()
+        shutil.rmtree(self.home)
 
 
 def finish(process, timeout=60):

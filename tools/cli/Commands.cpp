@@ -1,9 +1,12 @@
 #include "cli/CallCommand.h"
 #include "cli/Command.h"
+#include "cli/ConfigCommand.h"
 #include "cli/ListenCommand.h"
 #include "cli/RecordCommand.h"
 #include "cli/RepairCommand.h"
 #include "cli/ServeCommand.h"
+#include "cli/UploadCommand.h"
+#include "cli/UploadsCommand.h"
 
 namespace quillbeam::cli {
 
@@ -16,6 +19,9 @@ std::vector<std::unique_ptr<Command>> addCommands(CLI::App& program) {
   commands.push_back(std::make_unique<CallCommand>(program));
   commands.push_back(std::make_unique<ListenCommand>(program));
   commands.push_back(std::make_unique<RepairCommand>(program));
+  commands.push_back(std::make_unique<UploadCommand>(program));
+  commands.push_back(std::make_unique<UploadsCommand>(program));
+  commands.push_back(std::make_unique<ConfigCommand>(program));
   return commands;
 }
 

@@ -17,4 +17,14 @@ Task<MethodReply> NativeClient::call(std::string channel, std::string method, Va
   });
 }
 
+Task<Value> NativeClient::ask(std::string_view channel, std::string method, Value arguments) {
+  std::string name(channel);
+  CO_TRY(auto reply, co_await call(std::move(name), std::move(method), std::move(arguments)));
+  if (const auto* error = std::get_if<MethodError>(&reply)) {
+    co_return Error("MethodError", 0, error->message.value_or(error->code));
+  }
+  if (std::holds_alternative<NotImplemented>(reply)) co_return CommonError::unsupported;
+  co_return std::get<Value>(std::move(reply));
+}
+
 }  // namespace quillbeam::cli

@@ -20,6 +20,8 @@ class NativeClient {
 
   /// `MessengerError::peerGone` when the native half went away before it answered.
   Task<MethodReply> call(std::string channel, std::string method, Value arguments = {});
+  /// The value that the method answers; an error whose text is the answer's message (domain "MethodError") otherwise.
+  Task<Value> ask(std::string_view channel, std::string method, Value arguments = {});
   BinaryMessenger& messenger() { return *messenger_; }
 
  private:

@@ -21,8 +21,9 @@ std::string describe(const RunningNativeHalf& running) {
          running.socketPath;
 }
 
-Result<std::unique_ptr<NativeHost>> NativeHost::tryOnce(Platform& platform, const std::string& command) {
-  auto own = NativeHalf::create(platform, {command, defaultSocketPath(platform.places)});
+Result<std::unique_ptr<NativeHost>> NativeHost::tryOnce(Platform& platform, const std::string& command,
+                                                        ResumeUploads resumeUploads) {
+  auto own = NativeHalf::create(platform, {command, defaultSocketPath(platform.places), resumeUploads});
   if (own) {
     const Path socketPath = (*own)->socketPath();
     return std::unique_ptr<NativeHost>(new NativeHost(std::move(*own), socketPath, "this process"));
@@ -33,11 +34,12 @@ Result<std::unique_ptr<NativeHost>> NativeHost::tryOnce(Platform& platform, cons
   return std::unique_ptr<NativeHost>(new NativeHost(nullptr, running.socketPath, describe(running)));
 }
 
-Task<std::unique_ptr<NativeHost>> NativeHost::find(Platform& platform, std::string command) {
-  auto found = tryOnce(platform, command);
+Task<std::unique_ptr<NativeHost>> NativeHost::find(Platform& platform, std::string command,
+                                                   ResumeUploads resumeUploads) {
+  auto found = tryOnce(platform, command, resumeUploads);
   for (int attempt = 1; attempt < attempts && !found && mayPass(found.error()); ++attempt) {
     CO_TRY_VOID(co_await delay(platform.dispatch.main(), betweenAttempts));
-    found = tryOnce(platform, command);
+    found = tryOnce(platform, command, resumeUploads);
   }
   co_return found;
 }

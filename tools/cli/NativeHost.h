@@ -12,7 +12,8 @@ namespace quillbeam::cli {
 class NativeHost {
  public:
   /// `command` is what this process calls itself when it becomes the native half.
-  static Task<std::unique_ptr<NativeHost>> find(Platform& platform, std::string command);
+  static Task<std::unique_ptr<NativeHost>> find(Platform& platform, std::string command,
+                                                ResumeUploads resumeUploads = ResumeUploads::yes);
 
   const Path& socketPath() const { return socketPath_; }
   bool isForeign() const { return isForeign_; }
@@ -27,7 +28,8 @@ class NativeHost {
         isForeign_(own_ == nullptr),
         socketPath_(std::move(socketPath)),
         description_(std::move(description)) {}
-  static Result<std::unique_ptr<NativeHost>> tryOnce(Platform& platform, const std::string& command);
+  static Result<std::unique_ptr<NativeHost>> tryOnce(Platform& platform, const std::string& command,
+                                                     ResumeUploads resumeUploads);
 
   std::unique_ptr<NativeHalf> own_;
   const bool isForeign_;

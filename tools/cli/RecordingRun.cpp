@@ -13,7 +13,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr Duration betweenLooks = 250ms;
-constexpr std::string_view methodErrorDomain = "MethodError";
 
 /// Errors that come over a channel are known by their text alone.
 bool meansNothingToCapture(const Error& error) {
@@ -23,15 +22,6 @@ bool meansNothingToCapture(const Error& error) {
 }
 
 }  // namespace
-
-Task<Value> RecordingRun::call(std::string_view channel, std::string method, Value arguments) {
-  CO_TRY(auto reply, co_await client_.call(std::string(channel), std::move(method), std::move(arguments)));
-  if (const auto* error = std::get_if<MethodError>(&reply)) {
-    co_return Error(methodErrorDomain, 0, error->message.value_or(error->code));
-  }
-  if (std::holds_alternative<NotImplemented>(reply)) co_return CommonError::unsupported;
-  co_return std::get<Value>(std::move(reply));
-}
 
 Task<RecordingRun::Outcome> RecordingRun::run() {
   auto started = co_await start();
@@ -46,12 +36,12 @@ Task<RecordingRun::Outcome> RecordingRun::run() {
 }
 
 Task<void> RecordingRun::start() {
-  CO_TRY_VOID(co_await call(channel_names::screenCapture, "selectScreenCaptureContent"));
+  CO_TRY_VOID(co_await client_.ask(channel_names::screenCapture, "selectScreenCaptureContent"));
   const Value config = ValueMap{{"recordingMode", request_.mode},
                                 {"includeSystemAudio", request_.includeSystemAudio},
                                 {"includeMicrophone", request_.includeMicrophone}};
   const Value arguments = ValueMap{{"filePath", request_.filePath}, {"config", config}};
-  CO_TRY_VOID(co_await call(channel_names::macRecorder, "startMacRecording", arguments));
+  CO_TRY_VOID(co_await client_.ask(channel_names::macRecorder, "startMacRecording", arguments));
   startedAt_ = platform_.dispatch.hostTime();
   co_return success;
 }
@@ -60,7 +50,7 @@ Task<void> RecordingRun::watch() {
   while (!interrupts_.haveArrived()) {
     CO_TRY_VOID(co_await readFigures());
     if (!figures_.problem.empty()) break;
-    CO_TRY(const auto status, co_await call(channel_names::macRecorder, "getMacRecordingStatus"));
+    CO_TRY(const auto status, co_await client_.ask(channel_names::macRecorder, "getMacRecordingStatus"));
     // Another client may have stopped it.
     if (status.at("isRecording").asBool() == false) break;
     const Duration elapsed = (platform_.dispatch.hostTime() - startedAt_).toNanoseconds();
@@ -73,14 +63,14 @@ Task<void> RecordingRun::watch() {
 }
 
 Task<void> RecordingRun::readFigures() {
-  CO_TRY(const auto statistics, co_await call(channel_names::recordingStatistics, "getRecordingStatistics"));
+  CO_TRY(const auto statistics, co_await client_.ask(channel_names::recordingStatistics, "getRecordingStatistics"));
   figures_ = RecordingFigures::fromValue(statistics);
   co_return success;
 }
 
 Task<RecordingRun::Outcome> RecordingRun::stop() {
   progress_.show("Finishing the file …");
-  CO_TRY(auto reply, co_await call(channel_names::macRecorder, "stopMacRecording"));
+  CO_TRY(auto reply, co_await client_.ask(channel_names::macRecorder, "stopMacRecording"));
   CO_TRY_VOID(co_await readFigures());
   Outcome outcome{.code = ExitCode::ok, .figures = figures_, .stopReply = std::move(reply)};
   if (!figures_.problem.empty()) {

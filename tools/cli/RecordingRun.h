@@ -36,7 +36,6 @@ class RecordingRun {
   Task<Outcome> run();
 
  private:
-  Task<Value> call(std::string_view channel, std::string method, Value arguments = {});
   Task<void> start();
   Task<void> watch();
   Task<void> readFigures();
