@@ -196,7 +196,12 @@ Task<void> FileUpload::watch() {
   CO_TRY(const auto transfers, co_await manager_.transferState(status_.sessionId));
   const auto session = manager_.getSession(status_.sessionId);
   if (outcome_ || !session) co_return success;
-  CO_TRY_VOID(checkForPartGivenUp(*session, transfers.activeParts));
+  if (auto givenUp = checkForPartGivenUp(*session, transfers.activeParts); !givenUp) {
+    // Nothing can complete it any more; the record says why.
+    remember(*session);
+    manager_.stopSession(MacNativeBackgroundUploadManager::StopKind::keepAtService, status_.sessionId);
+    co_return givenUp;
+  }
   const std::int64_t moved = session->totalBytesUploaded + transfers.bytesInFlight;
   const MediaTime now = platform_.dispatch.hostTime();
   if (moved != std::exchange(bytesMoved_, moved)) lastMove_ = now;
@@ -216,19 +221,23 @@ Result<void> FileUpload::checkForPartGivenUp(const MacNativeUploadSession& sessi
 }
 
 Task<FileUpload::Status> FileUpload::status() {
-  Status status = status_;
   const auto session = manager_.getSession(status_.sessionId);
   if (session) {
     CO_TRY(const auto transfers, co_await manager_.transferState(status_.sessionId));
-    status.confirmedBytes = session->totalBytesUploaded;
-    status.confirmedParts = static_cast<int>(session->uploadedParts.size());
-    status.bytesInFlight = transfers.bytesInFlight;
-    status.lastError = session->lastError;
-  } else if (status.phase == Phase::ended && !status.error) {
-    status.confirmedBytes = status.totalBytes;
-    status.confirmedParts = status.totalParts;
+    remember(*session);
+    status_.bytesInFlight = transfers.bytesInFlight;
+  } else if (status_.phase == Phase::ended && !status_.error) {
+    status_.confirmedBytes = status_.totalBytes;
+    status_.confirmedParts = status_.totalParts;
+    status_.bytesInFlight = 0;
   }
-  co_return status;
+  co_return status_;
+}
+
+void FileUpload::remember(const MacNativeUploadSession& session) {
+  status_.confirmedBytes = session.totalBytesUploaded;
+  status_.confirmedParts = static_cast<int>(session.uploadedParts.size());
+  status_.lastError = session.lastError;
 }
 
 void FileUpload::stop() {

@@ -77,6 +77,7 @@ class FileUpload : public WeaklyHeld {
   Task<ByteChain> readPart(int partNumber);
   Task<void> finish();
   Task<void> watch();
+  void remember(const MacNativeUploadSession& session);
   Task<void> offerIdlePartsAgain();
   Result<void> checkForPartGivenUp(const MacNativeUploadSession& session, const std::set<int>& activeParts) const;
   /// Resumes when a part was confirmed, the upload has ended, or a second has passed.

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <tuple>
 
+#include "base/Text.h"
 #include "upload/SessionLogText.h"
 
 namespace quillbeam {
@@ -352,6 +353,7 @@ void MacNativeBackgroundUploadManager::markRecordingComplete(int totalParts,
 }
 
 void MacNativeBackgroundUploadManager::waitForFinalization(const SessionId& sessionId, Finalized completion) {
+  finalizationWaits_.finish(sessionId, MacBackgroundUploadError::sessionInterrupted);  // one that asked before
   finalizationWaits_.insert(sessionId, std::move(completion));
   finalizationTimeouts_[sessionId] =
       main_.after(finalizationTimeout, [this, sessionId] { finalizationTimedOut(sessionId); });
@@ -460,7 +462,7 @@ void MacNativeBackgroundUploadManager::stop(const SessionContext& context, StopK
   }
   partFiles_.cleanupTempFiles(id);
   sessions_.remove(id);
-  logger_.info("Session stopped (abort: " + std::string(kind == StopKind::abort ? "1" : "0") + ")" + ofSession(id));
+  logger_.info("Session stopped (abort: " + truth(kind == StopKind::abort) + ")" + ofSession(id));
 }
 
 Task<void> MacNativeBackgroundUploadManager::tellServiceOfAbort(UploadIdentity upload) {

@@ -97,7 +97,9 @@ std::vector<MacNativeUploadSession> MacNativeUploadSessionStorage::loadAllSessio
     if (fileExtension(name) != "json") continue;
     if (auto session = load(*path, name)) sessions.push_back(*std::move(session));
   }
-  std::ranges::stable_sort(sessions, std::ranges::greater(), &MacNativeUploadSession::createdAt);
+  std::ranges::sort(sessions, [](const MacNativeUploadSession& a, const MacNativeUploadSession& b) {
+    return std::tie(b.createdAt, a.id) < std::tie(a.createdAt, b.id);
+  });
   return sessions;
 }
 

@@ -48,14 +48,14 @@ void NativeUploadAdapter::initializeUpload(UploadDescription description, Initia
 
 void NativeUploadAdapter::uploadChunk(ByteChain data, int partNumber, Done completion) {
   Answer answer(std::move(completion));
-  if (hasNoSessionOfItsOwn()) return answer(MacBackgroundUploadError::noActiveSession);
+  if (hasNoSessionToUse()) return answer(MacBackgroundUploadError::noActiveSession);
   auto upload = uploadManager_.uploadChunk(std::move(data), partNumber, opening_->sessionId);
   auto done = [answer = std::move(answer)](Result<void> handedOver) mutable { answer(std::move(handedOver)); };
   uploadManager_.detached(std::move(upload), std::move(done));
 }
 
 void NativeUploadAdapter::finalizeUpload(Done completion) {
-  if (hasNoSessionOfItsOwn()) return completion(MacBackgroundUploadError::noActiveSession);
+  if (hasNoSessionToUse()) return completion(MacBackgroundUploadError::noActiveSession);
   const auto session =
       opening_->sessionId ? uploadManager_.getSession(*opening_->sessionId) : uploadManager_.activeSession();
   if (!session) return completion(MacBackgroundUploadError::noActiveSession);

@@ -98,5 +98,20 @@ TEST(SeededMutations, ofTextLeaveTheJsonReaderStanding) {
              bytesOf(" { } ")});
 }
 
+TEST(SeededMutations, ofFilesAndAnswersLeaveTheUploadStanding) {
+  survivesMutations(
+      sessionRecord,
+      {bytesOf(R"({"id":"A","uploadId":"u","fileId":"f","teamId":"t","folderId":"o","fileName":"a","contentType":"c",)"
+               R"("state":"uploading","createdAt":"2025-03-01T09:30:00Z","lastModifiedAt":"2025-03-01T09:30:00Z",)"
+               R"("uploadedParts":[{"partNumber":2,"etag":"e","size":5,"uploadedAt":"2025-03-01T09:30:00Z"}],)"
+               R"("pendingParts":[3],"failedParts":[{"partNumber":1,"lastError":"no","retryCount":1,)"
+               R"("lastAttemptAt":"2025-03-01T09:30:00Z"}],"nextPartNumber":1,"totalBytesUploaded":5,)"
+               R"("totalPartsExpected":3,"lastError":"no","errorCount":1})")});
+  survivesMutations(
+      serviceAnswer,
+      {bytesOf(R"({"data":{"fileId":"1","uploadId":"2","uploadUrl":"https://s/1?a=%2B"}})"), bytesOf("oops")});
+  survivesMutations(clientConfiguration, {bytesOf(R"({"baseUrl":"https://api.test","authToken":"t"})")});
+}
+
 }  // namespace
 }  // namespace quillbeam::fuzz

@@ -34,8 +34,8 @@ struct UploadProcess {
         tasks(platform.dispatch.main()) {
     for (const char* name :
          {"macRecordingEntryUpdate", "macUploadProgressUpdated", "macUploadCompleted", "macUploadFailed"}) {
-      observations.push_back(notifications.observe(
-          name, [this, name](const ValueMap& userInfo) { posted.push_back({name, userInfo}); }));
+      observations.push_back(
+          notifications.observe(name, [this, name](const ValueMap& userInfo) { posted.push_back({name, userInfo}); }));
     }
   }
 
@@ -48,9 +48,7 @@ struct UploadProcess {
     return ended ? *std::move(ended) : Result<T>(CommonError::cancelled);
   }
 
-  int count(std::string_view name) const {
-    return static_cast<int>(std::ranges::count(posted, name, &Posted::name));
-  }
+  int count(std::string_view name) const { return static_cast<int>(std::ranges::count(posted, name, &Posted::name)); }
 
   SimWorld& world;
   Platform platform;

@@ -72,8 +72,8 @@ TEST(ApiClientConfiguration, withATokenButNoAddressFailsEveryRequest) {
   EXPECT_TRUE(pulsed.error().is(MacNativeApiError::networkError)) << pulsed.error().description();
   EXPECT_TRUE(service.requests.empty());
   next.apiClient.clearConfiguration();
-  EXPECT_TRUE(next.await(next.apiClient.pulseMultipartUpload("t", "f", "1")).error().is(
-      MacNativeApiError::notConfigured));
+  EXPECT_TRUE(
+      next.await(next.apiClient.pulseMultipartUpload("t", "f", "1")).error().is(MacNativeApiError::notConfigured));
 }
 
 TEST(ApiClientAnswers, areJudgedByStatusAndShape) {

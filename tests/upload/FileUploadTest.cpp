@@ -20,8 +20,7 @@ struct Upload {
     makeUpload();
   }
   void makeUpload(Path file = "/home/user/Videos/talk.mp4") {
-    upload = std::make_unique<FileUpload>(machine.process->platform, machine.manager(),
-                                          machine.process->notifications,
+    upload = std::make_unique<FileUpload>(machine.process->platform, machine.manager(), machine.process->notifications,
                                           FileUpload::Request{std::move(file), "team", "folder", "talk", "video/mp4"});
   }
   Result<void> run() { return machine.process->await(upload->run()); }
@@ -34,7 +33,7 @@ struct Upload {
   UploadWorld machine;
   Bytes source;
   std::optional<Result<void>> outcome;
-  std::unique_ptr<FileUpload> upload;  // its task may still be suspended when the process goes: see the tests
+  std::unique_ptr<FileUpload> upload;
 };
 
 TEST(FileUpload, neverHasMoreThanTheWindowUnconfirmed) {
@@ -130,7 +129,6 @@ TEST(FileUpload, isAbortedByStoppingItWhileItIsFed) {
 
 TEST(FileUpload, goesOnAsLongAsBytesMove) {
   Upload test(FileUpload::partSize / 100);
-  test.machine.world.network.setRoute(true);
   test.machine.world.network.fate = [](const SimExchange& exchange) {
     return SimFate{.latency = exchange.isTransfer ? 115s : 20ms};
   };
@@ -146,13 +144,7 @@ TEST(FileUpload, goesOnAsLongAsBytesMove) {
 
 TEST(FileUpload, stopsWaitingAfterTwoMinutesWithoutAByte) {
   Upload test(1000);
-  test.machine.world.network.fate = [&](const SimExchange& exchange) {
-    if (UploadWorld::isCall(exchange, "url")) test.machine.world.network.setRoute(false);
-    return SimFate{.kind = SimFate::Kind::answered};
-  };
-  test.machine.service.interfere = [](const SimExchange&) { return std::nullopt; };
   test.begin();
-  test.machine.world.network.fate = nullptr;
   test.machine.world.dispatch.runUntil([&] { return test.status().phase == FileUpload::Phase::finishing; }, 10s);
   test.machine.world.network.setRoute(false);
   test.machine.advance(110s);

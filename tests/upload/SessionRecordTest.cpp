@@ -60,12 +60,13 @@ TEST(UploadSessionRecord, decodesOnlyWhenEveryRequiredMemberIsRight) {
       decoded(replaced(replaced(fullText(), R"("totalPartsExpected":3,"lastError":"no",)", ""), "uploading", "active"));
   ASSERT_TRUE(sparse);
   EXPECT_FALSE(sparse->totalPartsExpected || sparse->lastError);
-  for (const auto& [from, to] : {std::pair{R"("uploading")", R"("paused")"},
-                                 {R"("createdAt":"2025-03-01T09:30:00Z")", R"("createdAt":"2025-03-01T09:30:00.5Z")"},
-                                 {R"("createdAt":"2025-03-01T09:30:00Z")", R"("createdAt":"2025-03-01T10:30:00+01:00")"},
-                                 {R"("errorCount":1)", R"("errorCounts":1)"},
-                                 {R"("pendingParts":[3])", R"("pendingParts":["3"])"},
-                                 {R"("nextPartNumber":1)", R"("nextPartNumber":4294967297)"}}) {
+  for (const auto& [from, to] :
+       {std::pair{R"("uploading")", R"("paused")"},
+        {R"("createdAt":"2025-03-01T09:30:00Z")", R"("createdAt":"2025-03-01T09:30:00.5Z")"},
+        {R"("createdAt":"2025-03-01T09:30:00Z")", R"("createdAt":"2025-03-01T10:30:00+01:00")"},
+        {R"("errorCount":1)", R"("errorCounts":1)"},
+        {R"("pendingParts":[3])", R"("pendingParts":["3"])"},
+        {R"("nextPartNumber":1)", R"("nextPartNumber":4294967297)"}}) {
     EXPECT_FALSE(decoded(replaced(fullText(), from, to))) << to;
   }
 }

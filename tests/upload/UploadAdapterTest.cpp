@@ -79,7 +79,8 @@ TEST(UploadAdapter, usesTheActiveSessionOnlyWhenItNeverAskedForItsOwn) {
   silent.send(1);
   silent.finalize();
   machine.advance(1s);
-  EXPECT_THAT(silent.answers, testing::UnorderedElementsAre("1: No active upload session", "end: No active upload session"));
+  EXPECT_THAT(silent.answers,
+              testing::UnorderedElementsAre("1: No active upload session", "end: No active upload session"));
   silent.answers.clear();
   machine.start();
   silent.send(1);
@@ -108,9 +109,8 @@ TEST(UploadAdapter, keepsTheBytesOfARecordingThatGotNoSessionOutOfTheOneBefore) 
   second.send(2, "XXXX");
   second.finalize();
   machine.advance(1s);
-  EXPECT_THAT(second.answers,
-              ElementsAre("1: No active upload session", "init: HTTP 503: down", "2: No active upload session",
-                          "end: No active upload session"));
+  EXPECT_THAT(second.answers, ElementsAre("1: No active upload session", "init: HTTP 503: down",
+                                          "2: No active upload session", "end: No active upload session"));
 
   first.send(2, "b");
   machine.advance(1s);
@@ -140,24 +140,6 @@ TEST(UploadAdapter, answersEverythingOnceWhenTheProcessEnds) {
   EXPECT_THAT(opening.answers, ElementsAre("init: ok", "1: ok", "2: Upload session was interrupted",
                                            "end: Upload session was interrupted"));
   EXPECT_THAT(recording.answers, ElementsAre("init: ok", "1: Upload session was interrupted"));
-}
-
-TEST(UploadAdapter, mayGoBeforeItsSession) {
-  UploadWorld machine;
-  auto recording = std::make_unique<Recording>(machine);
-  recording->initialize();
-  machine.advance(1s);
-  recording->send(1, "a");
-  machine.advance(5ms);
-  std::optional<Result<void>> ended;
-  {
-    NativeUploadAdapter other(machine.manager(), MacUploadSourceType::screen);
-    machine.advance(1s);
-    other.finalizeUpload([&](Result<void> result) { ended = std::move(result); });
-  }
-  machine.advance(1s);
-  ASSERT_TRUE(ended);
-  EXPECT_TRUE(*ended);
 }
 
 }  // namespace

@@ -122,16 +122,6 @@ TEST(UploadManager, keepsTheFileOfAPartThatGotNoAnswer) {
   EXPECT_THAT(machine.partFiles(), SizeIs(1));
 }
 
-TEST(UploadManager, takesAPartWhoseWriteFailedForNothing) {
-  UploadWorld machine;
-  const auto session = machine.start();
-  machine.world.files.failBelow("/home/user/.local/share/io.quillbeam.app/temp_chunks", ENOSPC);
-  const auto sent = machine.send(session.id, 1, "aaaa");
-  EXPECT_TRUE(sent.error().is(MacBackgroundUploadError::failedToWriteTempFile));
-  EXPECT_THAT(sent.error().description(), HasSubstr("Failed to write temp file: "));
-  EXPECT_THAT(machine.manager().getSession(session.id)->pendingParts, IsEmpty());
-}
-
 TEST(UploadManager, takesTheNewestIncompleteSessionForTheActiveOne) {
   UploadWorld machine;
   const auto first = machine.start();
@@ -210,23 +200,7 @@ TEST(UploadManager, ignoresCompletionsOfFormerProcesses) {
   EXPECT_THAT(machine.record(session.id)->uploadedParts, IsEmpty());
 }
 
-TEST(UploadManager, tellsTheBackgroundCompletionHandlerOnce) {
-  UploadWorld machine;
-  const auto session = machine.start();
-  int calls = 0;
-  machine.manager().setBackgroundCompletionHandler([&] { ++calls; });
-  for (const int part : {1, 2, 3}) EXPECT_TRUE(machine.send(session.id, part, "aaaa"));
-  machine.advance(5s);
-  EXPECT_EQ(calls, 1);
-}
-
 // ---- the end of an upload
-
-TEST(UploadFinalization, needsASession) {
-  UploadWorld machine;
-  const auto outcome = machine.finish("unknown", 1);
-  EXPECT_TRUE((**outcome).error().is(MacBackgroundUploadError::noActiveSession));
-}
 
 TEST(UploadFinalization, thatTheServiceRefusesFailsTheUpload) {
   UploadWorld machine;
