@@ -13,6 +13,13 @@ std::string decimal(double number) {
   return text;
 }
 
+std::string fixedPoint(double number, int decimals) {
+  std::array<char, 400> buffer;  // the largest double has 309 digits before the point
+  const auto [end, error] =
+      std::to_chars(buffer.data(), buffer.data() + buffer.size(), number, std::chars_format::fixed, decimals);
+  return {buffer.data(), end};
+}
+
 std::string truth(bool value) { return value ? "true" : "false"; }
 
 }  // namespace quillbeam

@@ -8,6 +8,7 @@
 #include "platform/Logging.h"
 #include "platform/Permissions.h"
 #include "platform/Places.h"
+#include "platform/ProcessMemory.h"
 #include "platform/Random.h"
 #include "platform/SystemVersion.h"
 #include "platform/UserDefaults.h"
@@ -36,6 +37,7 @@ struct Platform {
   CaptureDevices& captureDevices;
   MediaWriters& mediaWriters;
   Network& network;
+  ProcessMemory& processMemory;
 };
 
 }  // namespace quillbeam

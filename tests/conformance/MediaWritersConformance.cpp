@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "base/Mutex.h"
 #include "base/TaskScope.h"
 #include "platform/linux/ffmpeg/FfmpegMediaWriters.h"
 #include "platform/linux/posix/PosixFiles.h"
@@ -183,6 +184,155 @@ TEST_P(MediaWritersConformance, aMovieLeftUnfinishedIsRepairedOnce) {
   ASSERT_TRUE(again);
   EXPECT_TRUE(again->wasComplete);
   EXPECT_EQ(again->duration, report->duration);
+}
+
+constexpr VideoSettings orderedVideo{160, 96, 200'000, 24, 48, false, 0};
+
+class SegmentWriterConformance : public MediaWritersConformance {
+ protected:
+  struct Recording : Movie {
+    SegmentWriter* segments = nullptr;
+  };
+
+  Recording beginSegments(std::optional<Path> movieFile = std::nullopt) {
+    const auto take = [this](Segment segment) {
+      MutexLock lock(mutex_);
+      onMain_ = onMain_ || dispatch().main().isCurrent();
+      delivered_.push_back(std::move(segment));
+    };
+    Recording recording;
+    auto writer = *writers_->makeSegmentWriter({MediaTime(1, 1), take, std::move(movieFile)});
+    recording.segments = writer.get();
+    recording.writer = std::move(writer);
+    recording.pictures = recording.writer->addVideoInput(orderedVideo);
+    recording.sound = recording.writer->addAudioInput(audio);
+    EXPECT_TRUE(recording.writer->startWriting());
+    recording.writer->startSession(MediaTime::zero());
+    return recording;
+  }
+
+  std::vector<Segment> delivered() {
+    MutexLock lock(mutex_);
+    EXPECT_FALSE(onMain_) << "segments come on the writer's own thread";
+    return delivered_;
+  }
+  void expectSegmentsOfTwoAndAHalfSeconds() {
+    const auto segments = delivered();
+    ASSERT_EQ(segments.size(), 4u);
+    EXPECT_EQ(segments[0].kind, SegmentKind::initialization);
+    EXPECT_FALSE(segments[0].report);
+    for (int i = 0; i < 3; ++i) {
+      const Segment& segment = segments[i + 1];
+      EXPECT_EQ(segment.kind, SegmentKind::separable);
+      ASSERT_TRUE(segment.report);
+      ASSERT_EQ(segment.report->trackReports.size(), 2u);
+      const auto& pictures = segment.report->trackReports[0];
+      EXPECT_EQ(toText(pictures.mediaType), "vide");
+      EXPECT_EQ(pictures.earliestPresentationTime, MediaTime(i, 1));
+      EXPECT_EQ(pictures.firstVideoSamplePresentationTime, MediaTime(i, 1));
+      EXPECT_EQ(pictures.duration, i < 2 ? MediaTime(1, 1) : MediaTime(1, 2));
+      const auto& sound = segment.report->trackReports[1];
+      EXPECT_EQ(toText(sound.mediaType), "soun");
+      EXPECT_NEAR(sound.earliestPresentationTime.seconds(), i, 0.05);
+      EXPECT_FALSE(sound.firstVideoSamplePresentationTime);
+    }
+  }
+
+ private:
+  Mutex mutex_;
+  std::vector<Segment> delivered_ GUARDED_BY(mutex_);
+  bool onMain_ GUARDED_BY(mutex_) = false;
+};
+QB_ON_BOTH_WORLDS(SegmentWriterConformance);
+
+TEST_P(SegmentWriterConformance, theInitializationComesOnceThenMediaInOrderTheLastBeforeFinishingEnds) {
+  Recording recording = beginSegments();
+  record(recording, 3);
+  EXPECT_TRUE(world().waitUntil([&] { return delivered().size() >= 3; })) << "segments come while it is writing";
+  recording.writer->endSession(MediaTime(5, 2));
+  ASSERT_TRUE(finish(*recording.writer));
+  EXPECT_EQ(recording.writer->status(), AssetWriter::Status::completed);
+  expectSegmentsOfTwoAndAHalfSeconds();
+  std::int64_t bytes = 0;
+  for (const Segment& segment : delivered()) bytes += static_cast<std::int64_t>(segment.bytes.size());
+  EXPECT_EQ(recording.writer->bytesWritten(), bytes);
+  EXPECT_FALSE(recording.segments->movieError());
+  EXPECT_EQ(recording.segments->movieBytesWritten(), 0);
+}
+
+TEST_P(SegmentWriterConformance, theMovieFileIsAnOrdinaryOne) {
+  Recording recording = beginSegments(path_);
+  record(recording, 3);
+  recording.writer->endSession(MediaTime(5, 2));
+  ASSERT_TRUE(finish(*recording.writer));
+  expectSegmentsOfTwoAndAHalfSeconds();
+  EXPECT_FALSE(recording.segments->movieError());
+  EXPECT_EQ(recording.segments->movieBytesWritten(), files_->info(path_)->size);
+  const auto report = writers_->repair(path_);
+  ASSERT_TRUE(report);
+  EXPECT_TRUE(report->wasComplete);
+  EXPECT_NEAR(report->duration.seconds(), 2.5, 0.05);
+}
+
+TEST_P(SegmentWriterConformance, aMovieFileThatFailsLeavesTheSegmentsAlone) {
+  ASSERT_TRUE(files_->writeNew(path_, ByteChain(Bytes{1, 2, 3}), Durability::cached));
+  Recording recording = beginSegments(path_);
+  ASSERT_TRUE(recording.segments->movieError());
+  EXPECT_TRUE(recording.segments->movieError()->is(AssetWriterError::fileExists));
+  record(recording, 3);
+  recording.writer->endSession(MediaTime(5, 2));
+  ASSERT_TRUE(finish(*recording.writer));
+  EXPECT_FALSE(recording.writer->error());
+  expectSegmentsOfTwoAndAHalfSeconds();
+  EXPECT_EQ(recording.segments->movieBytesWritten(), 0);
+  EXPECT_EQ(files_->read(path_).value(), (Bytes{1, 2, 3}));
+}
+
+TEST_P(SegmentWriterConformance, nothingComesAfterCancellingOrWithoutSamples) {
+  Recording cancelled = beginSegments(path_);
+  record(cancelled, 2);
+  cancelled.writer->cancelWriting();
+  const std::size_t before = delivered().size();
+  EXPECT_EQ(cancelled.writer->status(), AssetWriter::Status::cancelled);
+  EXPECT_FALSE(files_->exists(path_));
+  EXPECT_FALSE(finish(*cancelled.writer));
+  Recording empty = beginSegments(path_);
+  EXPECT_TRUE(finish(*empty.writer));
+  EXPECT_EQ(delivered().size(), before);
+}
+
+TEST(SimulatedSegments, theLastOneComesLateOrNeverWhenTheTestSaysSo) {
+  using Last = SimSegmentScript::Last;
+  for (const Last last : {Last::late, Last::never}) {
+    SimulatedWorld world;
+    SimFiles files(world.dispatch());
+    SimMediaWriters writers(world.dispatch(), files);
+    writers.setSegmentScript({.mediaSize = 1000, .last = last, .lateBy = std::chrono::milliseconds(300)});
+    const auto writer = *writers.makeSegmentWriter({MediaTime(1, 1), [](const Segment&) {}, std::nullopt});
+    AssetWriterInput& pictures = *writer->addVideoInput(orderedVideo);
+    ASSERT_TRUE(writer->startWriting());
+    writer->startSession(MediaTime::zero());
+    for (int i = 0; i < 36; ++i) ASSERT_TRUE(pictures.append(pictureAt(MediaTime(i, 24))));
+    bool done = false;
+    TaskScope scope(world.dispatch().main());
+    scope.start(writer->finishWriting(), [&](const Result<void>& result) { done = result.has_value(); });
+    ASSERT_TRUE(world.waitUntil([&] { return done; }));
+    const auto& segments = writers.lastSegmentedMovie().segments;
+    ASSERT_EQ(segments.size(), 2u);
+    EXPECT_EQ(segments[1].bytes.flattened(), simSegmentContent(0, 1, 1000));
+    world.letPass(std::chrono::milliseconds(301));
+    ASSERT_EQ(segments.size(), last == Last::late ? 3u : 2u);
+    EXPECT_EQ(segments.back().bytes.size(), last == Last::late ? 500u : 1000u);
+  }
+}
+
+TEST_P(SegmentWriterConformance, optionsThatMakeNoSenseAreRefused) {
+  const auto sink = [](Segment) {};
+  EXPECT_FALSE(writers_->makeSegmentWriter({MediaTime::zero(), sink, std::nullopt}));
+  EXPECT_FALSE(writers_->makeSegmentWriter({MediaTime(1, 1), {}, std::nullopt}));
+  const auto writer = *writers_->makeSegmentWriter({MediaTime(1, 1), sink, std::nullopt});
+  EXPECT_EQ(writer->addVideoInput(video), nullptr) << "reordered pictures cross the boundaries";
+  EXPECT_FALSE(writer->startWriting()) << "no tracks";
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "Recording.h"
+#include "platform/linux/ffmpeg/Interleaver.h"
 #include "platform/linux/ffmpeg/VideoPipeline.h"
 
 namespace quillbeam {
@@ -36,6 +37,20 @@ TEST(PicturesBeforeAStalledDisk, pileUpInFrontOfTheEncoderAndAreAllWrittenLater)
   EXPECT_EQ(written, taken);
   ASSERT_TRUE(mailbox.ending());
   EXPECT_EQ(**mailbox.ending(), MediaTime(taken, 24));
+}
+
+TEST(Fragments, endWhereTheirIntervalsEndAlsoAfterAJump) {
+  Interleaver interleaver({10}, {MediaTime(1, 1), MediaTime(5, 1), 0});
+  std::vector<std::vector<std::int64_t>> fragments;
+  for (const std::int64_t time : {0, 4, 8, 73, 76, 79, 82, 88, 91}) {
+    interleaver.push(0, {nullptr, time, time, 0, true});
+    while (interleaver.isFragmentReady()) {
+      std::vector<std::int64_t> times;
+      for (const auto& [track, packet] : interleaver.takeFragment()) times.push_back(packet.presentationTime);
+      if (!times.empty()) fragments.push_back(times);
+    }
+  }
+  EXPECT_EQ(fragments, (std::vector<std::vector<std::int64_t>>{{0, 4, 8}, {73, 76, 79}, {82, 88}}));
 }
 
 }  // namespace

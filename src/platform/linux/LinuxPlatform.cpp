@@ -10,6 +10,7 @@
 #include "platform/linux/posix/LinuxDispatch.h"
 #include "platform/linux/posix/PosixFiles.h"
 #include "platform/linux/posix/PrintingStandardOutput.h"
+#include "platform/linux/posix/ProcMemory.h"
 #include "platform/linux/posix/SystemLogs.h"
 #include "platform/linux/posix/UnixSockets.h"
 #include "platform/linux/posix/UrandomRandom.h"
@@ -80,6 +81,7 @@ struct LinuxPlatform::Parts {
   X11Permissions permissions;
   LinuxScreenCapture screenCapture;
   FfmpegMediaWriters mediaWriters;
+  ProcMemory processMemory;
   CurlNetwork network;
   Platform platform{.processId = getpid(),
                     .dispatch = dispatch,
@@ -95,7 +97,8 @@ struct LinuxPlatform::Parts {
                     .screenCapture = screenCapture,
                     .captureDevices = captureDevices,
                     .mediaWriters = mediaWriters,
-                    .network = network};
+                    .network = network,
+                    .processMemory = processMemory};
 };
 
 LinuxPlatform::LinuxPlatform(DiagnosticLines lines) : parts_(std::make_unique<Parts>(lines)) {}

@@ -13,6 +13,9 @@
 
 namespace quillbeam {
 
+class SegmentWriter;
+struct SegmentWriterOptions;
+
 /// H.264 High, automatic level, CABAC.
 struct VideoSettings {
   int width = 0;                    ///< even
@@ -112,6 +115,10 @@ class MediaWriters {
 
   /// A writer for a new MPEG-4 file. `fileExists`, `cannotOpenFile` (with the reason) at once, before anything starts.
   virtual Result<std::unique_ptr<AssetWriter>> makeMovieWriter(const Path& path, NetworkUse use) = 0;
+
+  /// A writer of segments. Fails only for options that make no sense (`AssetWriterError::cannotEncode`); a movie file
+  /// that cannot be opened is `SegmentWriter::movieError()`.
+  virtual Result<std::unique_ptr<SegmentWriter>> makeSegmentWriter(SegmentWriterOptions options) = 0;
 
   /// Finishes a file that a dead process left behind, in place: everything up to its last complete fragment becomes an
   /// ordinary file. Blocks; never call it for a file that a live process writes.

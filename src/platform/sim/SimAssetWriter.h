@@ -1,9 +1,8 @@
 #pragma once
 
 #include <memory>
-#include <vector>
 
-#include "platform/sim/SimMediaWriters.h"
+#include "platform/sim/SimAssetWriterInput.h"
 
 namespace quillbeam {
 
@@ -25,13 +24,11 @@ class SimAssetWriter final : public AssetWriter {
   std::int64_t bytesWritten() const override;
 
  private:
-  class Input;
-  AssetWriterInput* addInput(SimMovieTrack track);
   bool fail(Error error);
 
   SimMediaWriters& world_;
   std::shared_ptr<SimMovie> movie_;
-  std::vector<std::unique_ptr<Input>> inputs_;
+  SimAssetWriterInputs inputs_;
 };
 
 }  // namespace quillbeam

@@ -5,6 +5,7 @@
 
 #include "platform/sim/SimAssetWriter.h"
 #include "platform/sim/SimMovieFile.h"
+#include "platform/sim/SimSegmentWriter.h"
 
 namespace quillbeam {
 
@@ -47,6 +48,21 @@ Result<std::unique_ptr<AssetWriter>> SimMediaWriters::makeMovieWriter(const Path
   movie->networkUse = use;
   movies_.push_back(movie);
   return std::unique_ptr<AssetWriter>(std::make_unique<SimAssetWriter>(*this, std::move(movie)));
+}
+
+Result<std::unique_ptr<SegmentWriter>> SimMediaWriters::makeSegmentWriter(SegmentWriterOptions options) {
+  if (auto refusal = std::exchange(writerRefusal_, std::nullopt)) return *refusal;
+  if (options.segmentInterval <= MediaTime::zero() || !options.sink) return AssetWriterError::cannotEncode;
+  auto recording = std::make_shared<SimSegmentedMovie>();
+  if (options.movieFile) {
+    recording->movie = movies_.emplace_back(std::make_shared<SimMovie>());
+    recording->movie->path = *options.movieFile;
+    recording->movie->networkUse = NetworkUse::optimized;
+  }
+  const std::size_t number = segmentedMovies_.size();
+  segmentedMovies_.push_back(recording);
+  return std::unique_ptr<SegmentWriter>(
+      std::make_unique<SimSegmentWriter>(*this, std::move(recording), number, std::move(options)));
 }
 
 Result<RepairReport> SimMediaWriters::repair(const Path& path) {

@@ -13,6 +13,7 @@
 #include "platform/sim/SimPermissions.h"
 #include "platform/sim/SimScreenCapture.h"
 #include "platform/sim/SimSockets.h"
+#include "platform/sim/SimProcessMemory.h"
 #include "platform/sim/SimUserDefaults.h"
 
 namespace quillbeam {
@@ -48,7 +49,8 @@ class SimWorld {
             .screenCapture = screenCapture,
             .captureDevices = captureDevices,
             .mediaWriters = mediaWriters,
-            .network = network};
+            .network = network,
+            .processMemory = processMemory};
   }
 
   /// The process dies here and now. Its objects are still to be destroyed, which has no effect outside memory.
@@ -80,6 +82,7 @@ class SimWorld {
   SimCaptureDevices captureDevices{dispatch};
   SimMediaWriters mediaWriters{dispatch, files};
   SystemVersion systemVersion;
+  SimProcessMemory processMemory;
   Places places{.applicationSupport = "/home/user/.local/share",
                 .caches = "/home/user/.cache",
                 .preferences = "/home/user/.config",

@@ -4,6 +4,12 @@
 
 namespace quillbeam {
 
+std::vector<std::int32_t> timescalesOf(const std::vector<TrackFormat>& tracks) {
+  std::vector<std::int32_t> timescales;
+  for (const TrackFormat& track : tracks) timescales.push_back(track.timescale);
+  return timescales;
+}
+
 TrackFormat trackFormat(const AVCodecContext& encoder) {
   AvOwned<AVCodecParameters> parameters(avcodec_parameters_alloc());
   avcodec_parameters_from_context(parameters.get(), &encoder);

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 #include "platform/linux/ffmpeg/AvTypes.h"
 
@@ -28,6 +29,8 @@ struct TrackFormat {
   std::shared_ptr<const AVCodecParameters> parameters;
   std::int32_t timescale = 0;  ///< ticks per second
 };
+
+std::vector<std::int32_t> timescalesOf(const std::vector<TrackFormat>& tracks);
 
 /// The format of an opened encoder.
 TrackFormat trackFormat(const AVCodecContext& encoder);

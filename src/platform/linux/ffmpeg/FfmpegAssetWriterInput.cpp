@@ -1,5 +1,7 @@
 #include "platform/linux/ffmpeg/FfmpegAssetWriterInput.h"
 
+#include "platform/linux/ffmpeg/WriterEngine.h"
+
 namespace quillbeam {
 
 namespace {
@@ -10,14 +12,14 @@ constexpr std::int64_t soundDeep = 5'000'000'000;  ///< nanoseconds
 
 }  // namespace
 
-FfmpegAssetWriterInput::FfmpegAssetWriterInput(const AssetWriter& writer, const SessionTimes& session,
+FfmpegAssetWriterInput::FfmpegAssetWriterInput(const WriterEngine& writer, const SessionTimes& session,
                                                const VideoSettings& settings, WorkSignal& consumer)
     : writer_(writer),
       session_(session),
       video_(settings),
       queue_(SampleQueue::Measure::pictures, picturesDeep, consumer) {}
 
-FfmpegAssetWriterInput::FfmpegAssetWriterInput(const AssetWriter& writer, const SessionTimes& session,
+FfmpegAssetWriterInput::FfmpegAssetWriterInput(const WriterEngine& writer, const SessionTimes& session,
                                                const AudioSettings& settings, WorkSignal& consumer)
     : writer_(writer),
       session_(session),

@@ -8,12 +8,14 @@
 
 namespace quillbeam {
 
+class WriterEngine;
+
 /// A track's entry: checks samples, puts them on the session's timeline and queues them.
 class FfmpegAssetWriterInput final : public AssetWriterInput {
  public:
-  FfmpegAssetWriterInput(const AssetWriter& writer, const SessionTimes& session, const VideoSettings& settings,
+  FfmpegAssetWriterInput(const WriterEngine& writer, const SessionTimes& session, const VideoSettings& settings,
                          WorkSignal& consumer);
-  FfmpegAssetWriterInput(const AssetWriter& writer, const SessionTimes& session, const AudioSettings& settings,
+  FfmpegAssetWriterInput(const WriterEngine& writer, const SessionTimes& session, const AudioSettings& settings,
                          WorkSignal& consumer);
 
   bool isReadyForMoreMediaData() const override;
@@ -27,7 +29,7 @@ class FfmpegAssetWriterInput final : public AssetWriterInput {
  private:
   bool accepts(const SampleBuffer& sample) const;
 
-  const AssetWriter& writer_;
+  const WriterEngine& writer_;
   const SessionTimes& session_;
   const std::optional<VideoSettings> video_;
   const std::optional<AudioSettings> audio_;

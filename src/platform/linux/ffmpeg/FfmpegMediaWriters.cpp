@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "platform/linux/ffmpeg/AvTypes.h"
 #include "platform/linux/ffmpeg/FfmpegAssetWriter.h"
+#include "platform/linux/ffmpeg/FfmpegSegmentWriter.h"
 #include "platform/linux/ffmpeg/MovieRepair.h"
 
 namespace quillbeam {
@@ -23,6 +25,11 @@ Result<std::unique_ptr<AssetWriter>> FfmpegMediaWriters::makeMovieWriter(const P
     return Error(AssetWriterError::cannotOpenFile).withUnderlying(systemError("Opening " + path, errno));
   }
   return std::unique_ptr<AssetWriter>(std::make_unique<FfmpegAssetWriter>(path, limits_));
+}
+
+Result<std::unique_ptr<SegmentWriter>> FfmpegMediaWriters::makeSegmentWriter(SegmentWriterOptions options) {
+  if (options.segmentInterval <= MediaTime::zero() || !options.sink) return AssetWriterError::cannotEncode;
+  return std::unique_ptr<SegmentWriter>(std::make_unique<FfmpegSegmentWriter>(std::move(options), limits_));
 }
 
 Result<RepairReport> FfmpegMediaWriters::repair(const Path& path) { return repairMovie(path); }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/linux/ffmpeg/MovieFile.h"
-#include "platform/media/AssetWriter.h"
+#include "platform/media/SegmentWriter.h"
 
 namespace quillbeam {
 
@@ -12,6 +12,7 @@ class FfmpegMediaWriters final : public MediaWriters {
   explicit FfmpegMediaWriters(MovieFile::Limits limits = {});
 
   Result<std::unique_ptr<AssetWriter>> makeMovieWriter(const Path& path, NetworkUse use) override;
+  Result<std::unique_ptr<SegmentWriter>> makeSegmentWriter(SegmentWriterOptions options) override;
   Result<RepairReport> repair(const Path& path) override;
 
  private:

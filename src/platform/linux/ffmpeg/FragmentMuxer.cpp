@@ -1,18 +1,19 @@
 #include "platform/linux/ffmpeg/FragmentMuxer.h"
 
+#include <algorithm>
 #include <utility>
 
 extern "C" {
 #include <libavutil/opt.h>
 }
 
-#include "platform/linux/ffmpeg/Mp4Box.h"
-
 namespace quillbeam {
 
 namespace {
 
 constexpr int outputBufferSize = 64 * 1024;
+/// Of a fragment of ten seconds; more makes the buffer grow once.
+constexpr std::size_t roomForFragmentHeader = 16 * 1024;
 
 bool isInitialization(BoxType type) { return type == boxType("ftyp") || type == boxType("moov"); }
 bool isMedia(BoxType type) { return type == boxType("moof") || type == boxType("mdat"); }
@@ -79,31 +80,34 @@ Result<void> FragmentMuxer::write(std::size_t track, const EncodedPacket& packet
   av_packet_rescale_ts(copy.get(), {1, timescales_[track]}, context_->streams[track]->time_base);
   code = av_write_frame(context_, copy.get());
   if (code < 0) return avError("Muxing", code);
+  pendingBytes_ += static_cast<std::size_t>(packet.byteCount());
   return success;
 }
 
-Result<void> FragmentMuxer::flush() {
+Result<Bytes> FragmentMuxer::flush(bool (*belongs)(BoxType)) {
   // The answer tells whether packets were waiting, not whether they were written.
   av_write_frame(context_, nullptr);
   avio_flush(context_->pb);
   if (context_->pb->error < 0) return avError("Muxing", context_->pb->error);
-  return success;
+  Bytes output = std::exchange(output_, {});
+  const auto boxes = parseBoxes(output);
+  if (!boxes) return avError("Muxing", AVERROR_BUG);
+  if (std::ranges::all_of(*boxes, belongs, &BoxView::type)) return output;
+  Bytes kept;
+  for (const BoxView& box : *boxes) {
+    if (belongs(box.type)) kept.insert(kept.end(), box.bytes.begin(), box.bytes.end());
+  }
+  return kept;
 }
 
 Result<MuxedFragment> FragmentMuxer::cut() {
-  // The first flush puts out the initialization alone.
-  if (!std::exchange(initializationWritten_, true)) TRY_VOID(flush());
-  TRY_VOID(flush());
-  const Bytes output = std::exchange(output_, {});
-  const auto boxes = parseBoxes(output);
-  if (!boxes) return avError("Muxing", AVERROR_BUG);
   MuxedFragment fragment;
-  for (const BoxView& box : *boxes) {
-    Bytes* target = isInitialization(box.type) ? &fragment.initialization
-                    : isMedia(box.type)        ? &fragment.media
-                                               : nullptr;
-    if (target != nullptr) target->insert(target->end(), box.bytes.begin(), box.bytes.end());
+  // The first flush puts out the initialization alone.
+  if (!std::exchange(initializationWritten_, true)) {
+    TRY(fragment.initialization, flush(isInitialization));
   }
+  output_.reserve(std::exchange(pendingBytes_, 0) + roomForFragmentHeader);
+  TRY(fragment.media, flush(isMedia));
   return fragment;
 }
 

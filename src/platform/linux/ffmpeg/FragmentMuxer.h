@@ -6,6 +6,7 @@
 #include "base/ByteChain.h"
 #include "base/Result.h"
 #include "platform/linux/ffmpeg/EncodedPacket.h"
+#include "platform/linux/ffmpeg/Mp4Box.h"
 
 namespace quillbeam {
 
@@ -32,12 +33,14 @@ class FragmentMuxer {
  private:
   FragmentMuxer() = default;
   Result<void> open(const std::vector<TrackFormat>& tracks);
-  Result<void> flush();
+  /// What came out since, only boxes that belong there.
+  Result<Bytes> flush(bool (*belongs)(BoxType type));
   static int receive(void* self, std::uint8_t* bytes, int size);
 
   AVFormatContext* context_ = nullptr;
   std::vector<std::int32_t> timescales_;
   Bytes output_;
+  std::size_t pendingBytes_ = 0;  ///< of packets since the last cut
   bool initializationWritten_ = false;
 };
 

@@ -53,13 +53,13 @@ MediaTime Interleaver::furthest() const {
   return furthest;
 }
 
-std::vector<std::size_t> Interleaver::missingTracks(MediaTime lead) const {
-  std::vector<std::size_t> missing;
-  if (furthest() < lead) return missing;
+std::optional<std::vector<Interleaver::TrackPacket>> Interleaver::firstPackets() const {
+  std::vector<TrackPacket> firsts;
   for (std::size_t i = 0; i < tracks_.size(); ++i) {
-    if (!tracks_[i].started && !tracks_[i].ended) missing.push_back(i);
+    if (!tracks_[i].started && !tracks_[i].ended) return std::nullopt;
+    if (!tracks_[i].packets.empty()) firsts.push_back({i, tracks_[i].packets.front()});
   }
-  return missing;
+  return firsts;
 }
 
 bool Interleaver::holdsUp(const Track& track, MediaTime furthest) const {
@@ -69,23 +69,25 @@ bool Interleaver::holdsUp(const Track& track, MediaTime furthest) const {
   return reached < boundary_ && furthest - reached < timing_.patience;
 }
 
-bool Interleaver::isTakeable(const Track& track) const {
+bool Interleaver::isTakeable(std::size_t index) const {
+  const Track& track = tracks_[index];
+  if (track.ended) return !track.packets.empty();
   // A packet without a successor has no duration yet.
-  return track.packets.size() > (track.ended ? 0 : 1);
+  if (track.packets.size() < 2) return false;
+  if (index != timing_.keyTrack || track.reached >= boundary_) return true;
+  return std::any_of(track.packets.begin() + 1, track.packets.end(), [](const auto& packet) { return packet.isKey; });
 }
 
 bool Interleaver::isFragmentReady() const {
   const MediaTime reach = furthest();
-  const bool held = std::ranges::any_of(tracks_, [&](const Track& track) { return holdsUp(track, reach); });
-  if (held || !std::ranges::any_of(tracks_, [&](const Track& track) { return isTakeable(track); })) return false;
-  const bool allEnded = std::ranges::all_of(tracks_, &Track::ended);
-  return allEnded || reach >= boundary_;
+  if (std::ranges::any_of(tracks_, [&](const Track& track) { return holdsUp(track, reach); })) return false;
+  return earliestTrack() && (reach >= boundary_ || std::ranges::all_of(tracks_, &Track::ended));
 }
 
 std::optional<std::size_t> Interleaver::earliestTrack() const {
   std::optional<std::size_t> earliest;
   for (std::size_t i = 0; i < tracks_.size(); ++i) {
-    if (isTakeable(tracks_[i]) && (!earliest || nextTime(i) < nextTime(*earliest))) earliest = i;
+    if (isTakeable(i) && (!earliest || nextTime(i) < nextTime(*earliest))) earliest = i;
   }
   return earliest;
 }
@@ -97,8 +99,11 @@ MediaTime Interleaver::nextTime(std::size_t track) const {
 std::vector<Interleaver::TrackPacket> Interleaver::takeFragment() {
   std::vector<TrackPacket> fragment;
   auto track = earliestTrack();
-  // Nothing may lie in the interval when all tracks jumped over it.
-  while (track && nextTime(*track) >= boundary_) boundary_ = boundary_ + timing_.fragment;
+  if (track && nextTime(*track) >= boundary_) {
+    // All tracks jumped over the interval.
+    while (nextTime(*track) >= boundary_) boundary_ = boundary_ + timing_.fragment;
+    return fragment;
+  }
   for (; track && nextTime(*track) < boundary_; track = earliestTrack()) {
     fragment.push_back({*track, std::move(tracks_[*track].packets.front())});
     tracks_[*track].packets.pop_front();

@@ -60,10 +60,16 @@ Result<void> VideoPipeline::encode(std::shared_ptr<const PixelBuffer> picture, M
   if (lastEncoded_ && time <= *lastEncoded_) return success;
   if (lastEncoded_) lastSpacing_ = time - *lastEncoded_;
   lastEncoded_ = time;
-  return encoder_->encode(std::move(picture), time.value(), KeyFrame::whenNeeded, [this](EncodedPacket packet) {
+  return encoder_->encode(std::move(picture), time.value(), keyFrameAt(time), [this](EncodedPacket packet) {
     ++packetsOut_;
     output_.push(std::move(packet));
   });
+}
+
+KeyFrame VideoPipeline::keyFrameAt(MediaTime time) {
+  if (!keyFrameInterval_ || time < nextKeyFrame_) return KeyFrame::whenNeeded;
+  while (nextKeyFrame_ <= time) nextKeyFrame_ = nextKeyFrame_ + *keyFrameInterval_;
+  return KeyFrame::forced;
 }
 
 Result<std::optional<MediaTime>> VideoPipeline::finish() {

@@ -16,9 +16,14 @@ namespace quillbeam {
 /// encoded. Lives on the video thread.
 class VideoPipeline {
  public:
+  /// With a `keyFrameInterval` the first picture at or after each multiple of it is a key frame.
   VideoPipeline(std::unique_ptr<VideoEncoder> encoder, SampleQueue& pictures, const SessionTimes& session,
-                PacketMailbox& output)
-      : encoder_(std::move(encoder)), pictures_(pictures), session_(session), output_(output) {}
+                PacketMailbox& output, std::optional<MediaTime> keyFrameInterval = std::nullopt)
+      : encoder_(std::move(encoder)),
+        pictures_(pictures),
+        session_(session),
+        output_(output),
+        keyFrameInterval_(keyFrameInterval) {}
 
   /// Encodes one picture, if there is one and there is room for it behind the encoder.
   WorkerThread::Outcome step();
@@ -28,6 +33,7 @@ class VideoPipeline {
   Result<void> take(const SampleBuffer& sample);
   Result<void> startTrack();
   Result<void> encode(std::shared_ptr<const PixelBuffer> picture, MediaTime time);
+  KeyFrame keyFrameAt(MediaTime time);
   Result<void> encodeHeld();
   Result<std::optional<MediaTime>> finish();
 
@@ -35,6 +41,8 @@ class VideoPipeline {
   SampleQueue& pictures_;
   const SessionTimes& session_;
   PacketMailbox& output_;
+  const std::optional<MediaTime> keyFrameInterval_;
+  MediaTime nextKeyFrame_ = MediaTime::zero();
   std::optional<SampleBuffer> held_;
   std::optional<MediaTime> lastEncoded_;  ///< in the encoder's ticks
   int packetsOut_ = 0;

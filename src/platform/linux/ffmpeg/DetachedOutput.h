@@ -1,0 +1,59 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "base/Mutex.h"
+#include "platform/linux/ffmpeg/PacketOutput.h"
+#include "platform/linux/ffmpeg/WorkerThread.h"
+
+namespace quillbeam {
+
+/// An output on a thread of its own, whose disk may stall or fail without its siblings noticing: it takes everything,
+/// never fails towards its owner, and keeps its error for whoever asks.
+class DetachedOutput final : public PacketOutput {
+ public:
+  /// Minutes of a stalled disk. Beyond that the output fails, which costs its file the end but nobody any memory.
+  static constexpr std::int64_t usualBacklog = 64 * 1024 * 1024;
+
+  explicit DetachedOutput(std::unique_ptr<PacketOutput> output, std::int64_t largestBacklog = usualBacklog);
+  ~DetachedOutput() override { thread_.stop(); }
+
+  void push(std::size_t track, EncodedPacket packet) override;
+  void endTrack(std::size_t track, std::optional<MediaTime> end) override;
+  void cutTrack(std::size_t track, MediaTime end) override;
+  Result<bool> write() override { return false; }
+  /// Waits for the output to be finished. Its failure is `error()`, not the answer.
+  Result<void> finish(std::optional<MediaTime> end) override;
+  void salvage(std::optional<MediaTime> end) override;
+  void discard() override;
+
+  std::optional<Error> error() const;  ///< any thread
+
+ private:
+  /// What the owner asked for, carried out on the thread. `ended` when nothing comes after it.
+  enum class Progress { goesOn, ended };
+  using Order = std::function<Result<Progress>(PacketOutput& output)>;
+
+  void enqueue(Order order, std::int64_t bytes = 0);
+  void enqueueLast(Order order);
+  WorkerThread::Outcome step();
+  Result<Progress> work();
+  void end(std::optional<Error> error);
+
+  const std::int64_t largestBacklog_;
+  std::unique_ptr<PacketOutput> output_;  ///< the thread's
+  WorkSignal ended_;
+
+  mutable Mutex mutex_;
+  std::deque<Order> orders_ GUARDED_BY(mutex_);
+  std::int64_t backlog_ GUARDED_BY(mutex_) = 0;  ///< bytes of the packets in `orders_`
+  bool accepts_ GUARDED_BY(mutex_) = true;
+  std::optional<Error> error_ GUARDED_BY(mutex_);
+
+  WorkerThread thread_;
+};
+
+}  // namespace quillbeam
