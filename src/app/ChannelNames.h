@@ -9,6 +9,7 @@ inline constexpr std::string_view uploadService = "io.quillbeam.app.upload_servi
 inline constexpr std::string_view macRecorder = "io.quillbeam.app.mac_recorder";
 inline constexpr std::string_view screenCapture = "io.quillbeam.app.screen_capture";
 inline constexpr std::string_view nativeUploadConfig = "io.quillbeam.app.native_upload_config";
+inline constexpr std::string_view recordingRecovery = "io.quillbeam.app.recording_recovery";
 inline constexpr std::string_view macRecorderEvents = "io.quillbeam.app.mac_recorder_events";
 /// Figures for the command line's progress display.
 inline constexpr std::string_view recordingStatistics = "io.quillbeam.app.recording_statistics";

@@ -100,13 +100,17 @@ void FileUploadChannel::transfers(Value, MethodResult result) {
 
 Task<ValueList> FileUploadChannel::describeTransfers() {
   ValueList list;
+  const auto current = manager_.activeSession();
   for (const MacNativeUploadSession& session : manager_.runningSessions()) {
     CO_TRY(const auto transfers, co_await manager_.transferState(session.id));
     ValueMap map{{"sessionId", session.id},
                  {"state", toText(session.state)},
                  {"confirmedBytes", session.totalBytesUploaded},
                  {"bytesInFlight", transfers.bytesInFlight},
-                 {"activeParts", static_cast<std::int32_t>(transfers.activeParts.size())}};
+                 {"activeParts", static_cast<std::int32_t>(transfers.activeParts.size())},
+                 {"confirmedParts", static_cast<std::int32_t>(session.uploadedParts.size())},
+                 {"expectedParts", session.totalPartsExpected.value_or(0)},
+                 {"isCurrent", current && current->id == session.id}};
     list.emplace_back(std::move(map));
   }
   co_return list;

@@ -25,7 +25,8 @@ namespace quillbeam {
 /// - "stopFileUpload" {"id"}: aborts it while parts are still to come; nil.
 /// - "abortUploadSession" {"sessionId"}: aborts a session, also one that no process runs; nil, or "ABORT_FAILED".
 /// - "getUploadTransfers": list of the sessions of this process, maps of "sessionId", "state" (strings),
-///   "confirmedBytes", "bytesInFlight", "activeParts" (integers).
+///   "confirmedBytes", "bytesInFlight", "activeParts", "confirmedParts", "expectedParts" (integers; the last 0 while it
+///   is not known) and "isCurrent" (whether it is the newest).
 ///
 /// Wrong arguments: "INVALID_ARGUMENTS". Main queue.
 class FileUploadChannel {

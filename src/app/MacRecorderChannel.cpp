@@ -5,6 +5,7 @@
 #include "app/ChannelNames.h"
 #include "channels/Arguments.h"
 #include "channels/MethodTable.h"
+#include "chunking/ChunkUploadError.h"
 
 namespace quillbeam {
 
@@ -38,10 +39,16 @@ MacRecorderChannel::MacRecorderChannel(BinaryMessenger& messenger, Platform& pla
 void MacRecorderChannel::start(Value arguments, MethodResult result) {
   const auto filePath = Arguments(arguments).string("filePath");
   if (!filePath) return result.error("INVALID_ARGUMENTS", "File path required");
-  const ValueMap config = Arguments(arguments).map("config").value_or(ValueMap());
   const std::string entryId = "pending_" + platform_.random.uuid().string();
+  MacRecorderManager::StartRequest request{.filePath = *filePath,
+                                           .config = Arguments(arguments).map("config").value_or(ValueMap()),
+                                           .teamId = Arguments(arguments).string("teamId"),
+                                           .folderId = Arguments(arguments).string("folderId"),
+                                           .fileName = Arguments(arguments).string("fileName"),
+                                           .uploadDelegate = nullptr,
+                                           .tempFileId = entryId};
   tasks_.start(
-      manager_.startMacRecording(*filePath, config),
+      manager_.startMacRecording(std::move(request)),
       [this, arguments = std::move(arguments), entryId, result = std::move(result)](Result<void> started) mutable {
         if (!started) return result.error("RECORDING_ERROR", started.error().description());
         emitStarted(arguments, entryId);
@@ -61,12 +68,26 @@ void MacRecorderChannel::emitStarted(const Value& arguments, const std::string& 
 }
 
 void MacRecorderChannel::stop(Value, MethodResult result) {
+  const auto known = manager_.currentNativeUploadFileId();
   tasks_.start(manager_.stopMacRecording(),
-               [this, result = std::move(result)](Result<StopRecordingResult> stopped) mutable {
-                 if (!stopped) return result.error("STOP_ERROR", stopped.error().description());
-                 if (stopped->nativeUploadFileId) events_.emit("stopped", *stopped->nativeUploadFileId);
+               [this, known, result = std::move(result)](const Result<StopRecordingResult>& stopped) mutable {
+                 if (!stopped) return answerFailedStop(stopped.error(), known, std::move(result));
+                 const auto fileId = known ? known : stopped->nativeUploadFileId;
+                 if (fileId) events_.emit("stopped", *fileId);
                  result.success(stopped->toValue());
                });
+}
+
+void MacRecorderChannel::answerFailedStop(const Error& error, const std::optional<std::string>& fileId,
+                                          MethodResult result) {
+  if (!error.is(ChunkUploadError::uploadFailed)) return result.error("STOP_ERROR", error.description());
+  const Value path = error.payload()->at("localBackupPath");
+  if (fileId) {
+    events_.emit("uploadFailed", *fileId, {{"error", error.description()}, {"localBackupPath", path}});
+  }
+  ValueMap details;
+  if (!path.isNil()) details.set("localBackupPath", path);
+  result.error("UPLOAD_FAILED", error.description(), std::move(details));
 }
 
 void MacRecorderChannel::pause(Value, MethodResult result) { answerPause(manager_.pause(), std::move(result)); }

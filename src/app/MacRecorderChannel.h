@@ -23,6 +23,7 @@ class MacRecorderChannel {
   void pause(Value arguments, MethodResult result);
   void resume(Value arguments, MethodResult result);
   void status(Value arguments, MethodResult result);
+  void answerFailedStop(const Error& error, const std::optional<std::string>& fileId, MethodResult result);
   void emitStarted(const Value& arguments, const std::string& entryId);
   void answerPause(MacRecorderManager::PauseChange change, MethodResult result);
 

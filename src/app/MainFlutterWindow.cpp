@@ -12,6 +12,8 @@ MainFlutterWindow::MainFlutterWindow(Platform& platform, BinaryMessenger& messen
   uploadConfig_ = std::make_unique<NativeUploadConfigChannel>(messenger, main, services.apiClient,
                                                               services.uploadStorage, services.uploads, logger_);
   screenCapture_ = std::make_unique<ScreenCaptureChannel>(messenger, main, services.recorder, logger_);
+  recovery_ =
+      std::make_unique<RecordingRecoveryChannel>(messenger, platform.dispatch, services.storedRecordings, logger_);
   statistics_ = std::make_unique<RecordingStatisticsChannel>(messenger, services.recorder);
   fileUpload_ = std::make_unique<FileUploadChannel>(messenger, platform, services.uploads, services.notifications);
   logger_.info("✅ macOS method channels initialized successfully in MainFlutterWindow");

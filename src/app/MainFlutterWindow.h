@@ -6,6 +6,7 @@
 #include "app/MacRecorderChannel.h"
 #include "app/NativeUploadConfigChannel.h"
 #include "app/RecorderEventsChannel.h"
+#include "app/RecordingRecoveryChannel.h"
 #include "app/RecordingStatisticsChannel.h"
 #include "app/ScreenCaptureChannel.h"
 #include "app/UploadServiceChannel.h"
@@ -28,6 +29,7 @@ class MainFlutterWindow {
     MacNativeApiClient& apiClient;
     MacNativeUploadSessionStorage& uploadStorage;
     MacNativeBackgroundUploadManager& uploads;
+    StoredRecordings& storedRecordings;
   };
 
   MainFlutterWindow(Platform& platform, BinaryMessenger& messenger, const Services& services);
@@ -39,6 +41,7 @@ class MainFlutterWindow {
   std::unique_ptr<MacRecorderChannel> recorder_;
   std::unique_ptr<NativeUploadConfigChannel> uploadConfig_;
   std::unique_ptr<ScreenCaptureChannel> screenCapture_;
+  std::unique_ptr<RecordingRecoveryChannel> recovery_;
   std::unique_ptr<RecordingStatisticsChannel> statistics_;
   std::unique_ptr<FileUploadChannel> fileUpload_;
 };

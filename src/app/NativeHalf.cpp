@@ -40,8 +40,9 @@ struct NativeHalf::Parts {
         apiClient(world),
         uploadStorage(world),
         uploads(world, apiClient, uploadStorage, notifications),
+        storedRecordings(world),
         journal(world.files, world.places, world.random),
-        manager(world, journal),
+        manager(world, journal, {apiClient, uploads, storedRecordings, notifications}),
         repair(world, journal),
         tasks(world.dispatch.main()) {}
 
@@ -52,6 +53,7 @@ struct NativeHalf::Parts {
   MacNativeApiClient apiClient;
   MacNativeUploadSessionStorage uploadStorage;
   MacNativeBackgroundUploadManager uploads;
+  StoredRecordings storedRecordings;
   RecordingJournal journal;
   MacRecorderManager manager;
   RecordingRepair repair;
@@ -72,7 +74,7 @@ Result<std::unique_ptr<NativeHalf>> NativeHalf::create(Platform& platform, Optio
   parts->window = std::make_unique<MainFlutterWindow>(
       platform, *parts->messenger,
       MainFlutterWindow::Services{parts->notifications, parts->manager, parts->apiClient, parts->uploadStorage,
-                                  parts->uploads});
+                                  parts->uploads, parts->storedRecordings});
   parts->tasks.start(parts->repair.run());
   parts->tasks.start(
       launchUploads(platform, parts->apiClient, parts->uploadStorage, parts->uploads, parts->options.resumeUploads));
@@ -82,8 +84,10 @@ Result<std::unique_ptr<NativeHalf>> NativeHalf::create(Platform& platform, Optio
 const Path& NativeHalf::socketPath() const { return parts_->options.socketPath; }
 
 Task<void> NativeHalf::shutDown() {
-  CO_TRY_VOID(co_await parts_->manager.shutDown());
+  CO_TRY_VOID(co_await parts_->manager.stopForTermination());
+  // A stop that waits for the service hears now that it waits in vain.
   CO_TRY_VOID(co_await parts_->uploads.prepareForTermination());
+  CO_TRY_VOID(co_await parts_->manager.settled());
   co_return co_await parts_->messenger->shutDown(lastRepliesTime);
 }
 

@@ -25,6 +25,7 @@ void RecordingStatisticsChannel::statistics(Value, MethodResult result) {
                           {"droppedFrames", report->droppedFrames},
                           {"systemAudioLevel", static_cast<double>(report->systemAudioLevel)},
                           {"microphoneLevel", static_cast<double>(report->microphoneLevel)},
+                          {"fileIsComplete", report->fileIsComplete},
                           {"problem", problem ? Value(problem->fullDescription()) : Value()},
                           {"problemDomain", problem ? Value(problem->domain()) : Value()}});
 }

@@ -8,8 +8,8 @@ namespace quillbeam {
 /// "io.quillbeam.app.recording_statistics": figures of the running recording, else of the last one, for whoever shows
 /// progress. "getRecordingStatistics" answers nil before the first recording, else a map: "filePath" (string),
 /// "durationSeconds" (double), "fileBytes", "videoFrames", "droppedFrames" (integers), "systemAudioLevel",
-/// "microphoneLevel" (doubles, peak 0…1 since the call before), "problem" (string or nil: why nothing more reaches the
-/// file) and "problemDomain" (string or nil). Main queue.
+/// "microphoneLevel" (doubles, peak 0…1 since the call before), "fileIsComplete" (bool: it is finished), "problem"
+/// (string or nil: why nothing more reaches the file) and "problemDomain" (string or nil). Main queue.
 class RecordingStatisticsChannel {
  public:
   RecordingStatisticsChannel(BinaryMessenger& messenger, MacRecorderManager& manager);

@@ -39,8 +39,10 @@ class ChunkUploadDelegate {
   /// After every part was answered for: success once the service has made a file of them.
   virtual void finalizeUpload(Done completion) = 0;
 
-  /// The identifier under which the UI layer shows the recording until the service has named the file.
+  /// The identifier under which the UI layer shows the recording until the service has named the file, for delegates
+  /// that pass it on.
   virtual std::optional<std::string> tempFileId() const { return std::nullopt; }
+  virtual void setTempFileId(std::optional<std::string>) {}
 };
 
 }  // namespace quillbeam

@@ -3,41 +3,60 @@
 #include <chrono>
 #include <tuple>
 
+#include "chunking/ChunkUploadError.h"
 #include "recording/RecordingError.h"
 
 namespace quillbeam {
+
+namespace {
+
+/// Beside the recording: "talk_chunk_backup.mp4" for "talk.mp4".
+Path chunkBackupPath(const Path& filePath) {
+  const std::string_view extension = fileExtension(filePath);
+  std::string_view stem = fileName(filePath);
+  if (!extension.empty()) stem.remove_suffix(extension.size() + 1);
+  return joined(Path(parentDirectory(filePath)), std::string(stem) + "_chunk_backup." + std::string(extension));
+}
+
+}  // namespace
 
 Value StopRecordingResult::toValue() const {
   return ValueMap{
       {"filePath", filePath}, {"usedNativeUpload", usedNativeUpload}, {"nativeUploadFileId", nativeUploadFileId}};
 }
 
-Task<void> MacRecorderManager::startMacRecording(Path filePath, ValueMap config) {
+Task<void> MacRecorderManager::startMacRecording(StartRequest request) {
   if (phase_ != Phase::idle) co_return RecordingError::alreadyRecording;
   print("🎯 Starting recording - permissions will be handled naturally by the recording process");
   enter(Phase::starting);
-  const RecordingConfig parsed = RecordingConfig::fromMap(config);
-  auto started = co_await run(filePath, parsed);
+  const Path filePath = request.filePath;
+  auto started = co_await run(std::move(request));
   if (!started) {
     lastReport_ = RecordingReport{.filePath = filePath, .problem = started.error()};
-    recording_.reset();
-    recordingStartTime_.reset();
+    forgetRecording();
   }
   enter(started ? Phase::recording : Phase::idle);
   co_return started;
 }
 
-Task<void> MacRecorderManager::run(Path filePath, RecordingConfig config) {
-  config_ = std::move(config);
+void MacRecorderManager::forgetRecording() {
+  recording_.reset();
+  nativeUploadDelegate_.reset();
+  ownAdapter_.reset();
+  recordingStartTime_.reset();
+}
+
+Task<void> MacRecorderManager::run(StartRequest request) {
+  config_ = RecordingConfig::fromMap(request.config);
   isPaused_ = false;
   print("🎯 macOS: Recording mode: " + config_.recordingMode);
   const Resolution resolution = config_.mode() == RecordingMode::screen ? chooseOutputResolution() : Resolution{};
-  print("🎯 No upload mechanism configured - local only");
-  print("🎯 Using traditional recording (local file only)");
+  chooseUploadDelegate(request);
+  auto chunkWriter = makeChunkWriter(request, resolution);
   recordingStartTime_ = platform_.dispatch.now();
   switch (config_.mode()) {
     case RecordingMode::screen:
-      co_return co_await runScreenRecording(std::move(filePath), resolution);
+      co_return co_await runScreenRecording(request, resolution, std::move(chunkWriter));
     case RecordingMode::audioOnly:
       co_return RecordingError::screenCaptureNotSupported;
     case RecordingMode::unknown:
@@ -46,11 +65,72 @@ Task<void> MacRecorderManager::run(Path filePath, RecordingConfig config) {
   std::unreachable();
 }
 
-Task<void> MacRecorderManager::runScreenRecording(Path filePath, Resolution resolution) {
+void MacRecorderManager::chooseUploadDelegate(const StartRequest& request) {
+  if (request.uploadDelegate) {
+    nativeUploadDelegate_ = request.uploadDelegate;
+    nativeUploadDelegate_->setTempFileId(request.tempFileId);
+    return print("🎯 Using native upload delegate (explicit)");
+  }
+  if (!uploads_.apiClient.isConfigured()) return print("🎯 No upload mechanism configured - local only");
+  const bool isScreen = config_.recordingMode.contains("screen");
+  ownAdapter_ = std::make_shared<NativeUploadAdapter>(
+      uploads_.manager, isScreen ? MacUploadSourceType::screen : MacUploadSourceType::audio,
+      NativeUploadAdapter::Sessions::ownOnly);
+  ownAdapter_->setTempFileId(request.tempFileId);
+  nativeUploadDelegate_ = ownAdapter_;
+  print("🎯 Using native upload delegate (auto-configured)");
+}
+
+std::unique_ptr<VideoChunkWriter> MacRecorderManager::makeChunkWriter(const StartRequest& request,
+                                                                      Resolution resolution) {
+  if (!request.teamId || !request.folderId || !request.fileName || !nativeUploadDelegate_) {
+    print("🎯 Using traditional recording (local file only)");
+    return nullptr;
+  }
+  std::unique_ptr<VideoChunkWriter> writer;
+  if (config_.mode() == RecordingMode::screen) {
+    const Path backup = chunkBackupPath(request.filePath);
+    print("📁 VideoChunkWriter backup path: " + backup);
+    print("📁 MacRecorderManager main path: " + request.filePath);
+    writer = std::make_unique<VideoChunkWriter>(
+        platform_, uploads_.storedRecordings, uploads_.notifications,
+        VideoChunkWriter::Options{.recording = {.teamId = *request.teamId,
+                                                .folderId = *request.folderId,
+                                                .fileName = *request.fileName,
+                                                .contentType = "video/mp4",
+                                                .localFile = backup},
+                                  .width = resolution.width,
+                                  .height = resolution.height,
+                                  .sources = {config_.includeSystemAudio, config_.includeMicrophone}});
+    writer->setUploadDelegate(nativeUploadDelegate_);
+    writer->setObserver(this);
+    print("✅ Chunked recording setup completed for " + *request.fileName);
+  }
+  print("🎯 Using chunked recording with native upload");
+  return writer;
+}
+
+void MacRecorderManager::chunkWriterDidUploadPart(int partNumber) {
+  print("📦 Chunk part #" + std::to_string(partNumber) + " uploaded successfully");
+}
+
+void MacRecorderManager::chunkWriterDidFailWithError(const Error& error) {
+  print("❌ Chunk writer error: " + error.description());
+}
+
+std::optional<std::string> MacRecorderManager::currentNativeUploadFileId() const {
+  if (ownAdapter_ && ownAdapter_->sessionId()) return ownAdapter_->fileId();
+  const auto session = uploads_.manager.activeSession();
+  return session ? std::optional(session->fileId) : std::nullopt;
+}
+
+Task<void> MacRecorderManager::runScreenRecording(const StartRequest& request, Resolution resolution,
+                                                  std::unique_ptr<VideoChunkWriter> chunkWriter) {
   recording_ = std::make_unique<ScreenRecording>(
       platform_, journal_,
       ScreenRecording::Request{
-          .filePath = std::move(filePath), .config = config_, .resolution = resolution, .display = selectedDisplay_});
+          .filePath = request.filePath, .config = config_, .resolution = resolution, .display = selectedDisplay_},
+      std::move(chunkWriter));
   co_return co_await recording_->start();
 }
 
@@ -66,15 +146,33 @@ Resolution MacRecorderManager::chooseOutputResolution() const {
 
 Task<StopRecordingResult> MacRecorderManager::stopMacRecording() {
   if (phase_ == Phase::starting) std::ignore = co_await settled();
+  co_return co_await stop(UploadEnd::awaited);
+}
+
+Task<StopRecordingResult> MacRecorderManager::stop(UploadEnd uploadEnd) {
   if (phase_ != Phase::recording) co_return StopRecordingResult{};
+  const bool usesUpload = nativeUploadDelegate_ != nullptr;
+  const auto fileId = currentNativeUploadFileId();
   enter(Phase::stopping);
   std::ignore = co_await recording_->stop();
   lastReport_ = recording_->report();
-  recording_.reset();
-  recordingStartTime_.reset();
+  const auto finished = co_await finishChunks(uploadEnd);
+  forgetRecording();
   isPaused_ = false;
   enter(Phase::idle);
-  co_return StopRecordingResult{.filePath = lastReport_->filePath};
+  if (!finished) co_return chunkUploadError(finished.error(), lastReport_->filePath);
+  co_return StopRecordingResult{
+      .filePath = lastReport_->filePath, .usedNativeUpload = usesUpload, .nativeUploadFileId = fileId};
+}
+
+Task<void> MacRecorderManager::finishChunks(UploadEnd uploadEnd) {
+  VideoChunkWriter* writer = recording_->chunkWriter();
+  if (writer == nullptr) co_return success;
+  if (uploadEnd == UploadEnd::leftForLater) co_return co_await writer->finishWithoutUpload();
+  auto finished = co_await writer->finishRecording();
+  print(finished ? "✅ Chunked recording finalized successfully"
+                 : "❌ Failed to finalize chunked recording: " + finished.error().description());
+  co_return finished;
 }
 
 Task<ScreenCaptureSelection> MacRecorderManager::selectScreenCaptureContent() {
@@ -110,9 +208,10 @@ MacRecorderManager::PauseChange MacRecorderManager::resume() {
 
 std::optional<RecordingReport> MacRecorderManager::report() { return recording_ ? recording_->report() : lastReport_; }
 
-Task<void> MacRecorderManager::shutDown() {
-  std::ignore = co_await stopMacRecording();
-  co_return co_await settled();
+Task<void> MacRecorderManager::stopForTermination() {
+  if (phase_ == Phase::starting) std::ignore = co_await settled();
+  std::ignore = co_await stop(UploadEnd::leftForLater);
+  co_return success;
 }
 
 Task<void> MacRecorderManager::settled() {

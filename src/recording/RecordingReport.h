@@ -18,6 +18,7 @@ struct RecordingReport {
   std::int64_t droppedFrames = 0;  ///< shown by the screen in time, but not in the file
   float systemAudioLevel = 0;      ///< peak since the last report, 0…1
   float microphoneLevel = 0;
+  bool fileIsComplete = false;
   std::optional<Error> problem;  ///< why nothing more reaches the file: the writer failed, or the screen is gone
 };
 

@@ -55,6 +55,7 @@ SampleDisposition ScreenCaptureStreamOutput::write(const SampleBuffer& sample) {
     parts_.out.print("⚠️ ScreenCaptureStreamOutput: videoInput.append() returned false! Writer status: " +
                      rawStatus(parts_.assetWriter) + ", error: " + errorText(parts_.assetWriter));
   }
+  if (parts_.chunkWriter != nullptr) parts_.chunkWriter->appendVideo(sample);
   return SampleDisposition::taken;
 }
 

@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "chunking/VideoChunkWriter.h"
 #include "platform/Dispatch.h"
 #include "platform/Logging.h"
 #include "platform/capture/ScreenCapture.h"
@@ -23,6 +24,7 @@ class ScreenCaptureStreamOutput final : public StreamOutput {
     AssetWriterInput* videoInput;  ///< nullptr: the writer took no video track
     RecordingTimeline& timeline;
     RecordingStatistics& statistics;
+    VideoChunkWriter* chunkWriter = nullptr;  ///< gets every picture too, as it was captured
   };
   explicit ScreenCaptureStreamOutput(const Parts& parts) : parts_(parts), queue_(parts.queue) {}
 

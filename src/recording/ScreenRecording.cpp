@@ -14,10 +14,12 @@ constexpr Duration settlingTime = std::chrono::milliseconds(500);
 
 }  // namespace
 
-ScreenRecording::ScreenRecording(Platform& platform, RecordingJournal& journal, Request request)
+ScreenRecording::ScreenRecording(Platform& platform, RecordingJournal& journal, Request request,
+                                 std::unique_ptr<VideoChunkWriter> chunkWriter)
     : platform_(platform),
       journal_(journal),
       request_(std::move(request)),
+      chunkWriter_(std::move(chunkWriter)),
       delegate_(platform.standardOutput, [this](const Error& error) { captureEnded_ = error; }) {}
 
 ScreenRecording::~ScreenRecording() {
@@ -124,21 +126,28 @@ void ScreenRecording::makeReceivers() {
   audioQueue_ = dispatch.makeSerialQueue("ScreenRecorder.AudioSampleBufferQueue");
   microphoneQueue_ = dispatch.makeSerialQueue("ScreenRecorder.MicrophoneSampleBufferQueue");
 
-  videoOutput_ = std::make_unique<ScreenCaptureStreamOutput>(
-      ScreenCaptureStreamOutput::Parts{*videoQueue_, out, writer, file_->videoInput(), *timeline_, statistics_});
+  videoOutput_ = std::make_unique<ScreenCaptureStreamOutput>(ScreenCaptureStreamOutput::Parts{
+      *videoQueue_, out, writer, file_->videoInput(), *timeline_, statistics_, chunkWriter_.get()});
   if (AssetWriterInput* input = file_->audioInput()) {
     audioOutput_ = std::make_unique<AudioStreamOutput>(
-        SoundTrackWriter::Parts{*audioQueue_, out, writer, *input, *timeline_, statistics_.systemAudio});
+        SoundTrackWriter::Parts{*audioQueue_, out, writer, *input, *timeline_, statistics_.systemAudio,
+                                chunkSink(&VideoChunkWriter::appendAudio)});
   }
   print(audioOutput_ ? "🔊 Created system audio stream output"
                      : "⚠️ System audio input is nil - not creating audio stream output");
   if (AssetWriterInput* input = file_->microphoneInput()) {
     microphoneOutput_ = std::make_unique<MicrophoneStreamOutput>(
-        SoundTrackWriter::Parts{*microphoneQueue_, out, writer, *input, *timeline_, statistics_.microphone},
+        SoundTrackWriter::Parts{*microphoneQueue_, out, writer, *input, *timeline_, statistics_.microphone,
+                                chunkSink(&VideoChunkWriter::appendMicrophoneAudio)},
         platform_.systemVersion);
   }
   print(microphoneOutput_ ? "🎤 Created microphone stream output"
                           : "⚠️ Microphone input is nil - not creating microphone stream output");
+}
+
+std::function<void(const SampleBuffer&)> ScreenRecording::chunkSink(void (VideoChunkWriter::*append)(SampleBuffer)) {
+  if (!chunkWriter_) return nullptr;
+  return [writer = chunkWriter_.get(), append](const SampleBuffer& captured) { (writer->*append)(captured); };
 }
 
 Result<void> ScreenRecording::addOutputs() {
@@ -217,6 +226,7 @@ RecordingReport ScreenRecording::report() {
                          .systemAudioLevel = statistics_.systemAudio.take(),
                          .microphoneLevel = statistics_.microphone.take()};
   if (file_) report.problem = file_->assetWriter().error();
+  report.fileIsComplete = file_ && file_->assetWriter().status() == AssetWriter::Status::completed;
   if (!report.problem) report.problem = captureEnded_;
   return report;
 }

@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 
+#include "chunking/VideoChunkWriter.h"
 #include "platform/Platform.h"
 #include "recording/AVCaptureMicrophoneManager.h"
 #include "recording/AudioStreamOutput.h"
@@ -32,12 +33,16 @@ class ScreenRecording {
     std::optional<ShareableDisplay> display;
   };
 
-  ScreenRecording(Platform& platform, RecordingJournal& journal, Request request);
+  /// `chunkWriter`, if any, gets everything that is captured.
+  ScreenRecording(Platform& platform, RecordingJournal& journal, Request request,
+                  std::unique_ptr<VideoChunkWriter> chunkWriter);
   ~ScreenRecording();
 
   Task<void> start();
   /// Stops capturing and finishes the file. Never fails: what went wrong is in the log and in the report.
   Task<void> stop();
+  /// After the stop: nullptr when the recording is not uploaded.
+  VideoChunkWriter* chunkWriter() { return chunkWriter_.get(); }
   RecordingReport report();
 
  private:
@@ -47,6 +52,7 @@ class ScreenRecording {
   StreamConfiguration streamConfiguration();
   void configureMicrophone(StreamConfiguration& configuration);
   void makeReceivers();
+  std::function<void(const SampleBuffer&)> chunkSink(void (VideoChunkWriter::*append)(SampleBuffer));
   Result<void> addOutputs();
   Result<void> startMicrophoneFallback();
   void startSessions();
@@ -66,6 +72,7 @@ class ScreenRecording {
   // Each line below may use the ones above it; they go in reverse: stream and microphone first, then the queues (which
   // run what is left on them), then the receivers, the writer last.
   RecordingStatistics statistics_;
+  std::unique_ptr<VideoChunkWriter> chunkWriter_;
   std::unique_ptr<SingleFileWriter> file_;
   std::unique_ptr<RecordingTimeline> timeline_;
   std::unique_ptr<ScreenCaptureStreamOutput> videoOutput_;

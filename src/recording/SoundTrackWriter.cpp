@@ -85,7 +85,9 @@ SoundTrackWriter::Outcome SoundTrackWriter::write(const SampleBuffer& sample, Me
               : "AssetWriter not ready (status: " + rawStatus(parts_.assetWriter) + "), dropping frame");
     return Outcome::dropped;
   }
-  if (!parts_.input.append(*copy)) {
+  const bool appended = parts_.input.append(*copy);
+  if (parts_.alsoTo) parts_.alsoTo(sample);
+  if (!appended) {
     parts_.out.print("⚠️ " + std::string(texts_.receiver) + ": " + std::string(texts_.input) +
                      ".append() returned false! Writer status: " + rawStatus(parts_.assetWriter) +
                      ", error: " + errorText(parts_.assetWriter));

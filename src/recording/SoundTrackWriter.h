@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -33,6 +34,7 @@ class SoundTrackWriter {
     AssetWriterInput& input;
     RecordingTimeline& timeline;
     LevelMeter& level;
+    std::function<void(const SampleBuffer& captured)> alsoTo = nullptr;  ///< gets what is written too, as captured
   };
   SoundTrackWriter(const Parts& parts, const SoundTrackTexts& texts)
       : parts_(parts), texts_(texts), queue_(parts.queue) {}

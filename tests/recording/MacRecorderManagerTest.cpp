@@ -158,7 +158,7 @@ TEST(TwoStarts, onlyTheFirstOneRecordsWhateverPhaseItIsIn) {
   Recorder recorder(world);
   ASSERT_TRUE(recorder.select());
   std::optional<Result<void>> first;
-  recorder.tasks.start(recorder.manager.startMacRecording("/tmp/meeting.mp4", Recorder::screen()),
+  recorder.tasks.start(recorder.manager.startMacRecording(Recorder::request()),
                        [&](Result<void> started) { first = started; });
   EXPECT_TRUE(recorder.start(Recorder::screen(), "/tmp/second.mp4").error().is(RecordingError::alreadyRecording));
   ASSERT_TRUE(world.dispatch.runUntil([&] { return first.has_value(); }, 1s));
@@ -178,7 +178,7 @@ TEST(StopDuringStart, waitsForTheStartAndStopsWhatCameOfIt) {
   world.screenCapture.script.stream.startTakes = 200ms;
   Recorder recorder(world);
   ASSERT_TRUE(recorder.select());
-  recorder.tasks.start(recorder.manager.startMacRecording("/tmp/meeting.mp4", Recorder::screen()));
+  recorder.tasks.start(recorder.manager.startMacRecording(Recorder::request()));
   const auto stopped = recorder.stop();
   ASSERT_TRUE(stopped);
   EXPECT_EQ(stopped->filePath, "/tmp/meeting.mp4");

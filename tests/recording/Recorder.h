@@ -19,12 +19,30 @@ struct Recorder {
       : world(simWorld),
         platform(simWorld.platform()),
         journal(platform.files, platform.places, platform.random),
-        manager(platform, journal),
+        apiClient(platform),
+        storage(platform),
+        notifications(platform.dispatch.main()),
+        uploads(platform, apiClient, storage, notifications),
+        stored(platform),
+        manager(platform, journal, {apiClient, uploads, stored, notifications}),
         tasks(platform.dispatch.main()) {
     EXPECT_TRUE(platform.files.createDirectories("/tmp"));
   }
 
   static ValueMap screen() { return {{"recordingMode", "screen_with_audio_and_mic"}}; }
+
+  static MacRecorderManager::StartRequest request(Path path = "/tmp/meeting.mp4") {
+    return {.filePath = std::move(path), .config = screen()};
+  }
+  /// One that is uploaded while it runs.
+  static MacRecorderManager::StartRequest uploadRequest(const std::string& name = "Weekly") {
+    auto uploaded = request("/tmp/" + name + ".mp4");
+    uploaded.teamId = "t";
+    uploaded.folderId = "f";
+    uploaded.fileName = name;
+    uploaded.tempFileId = "pending_" + name;
+    return uploaded;
+  }
 
   /// Runs the task, and time, until it has ended.
   template <class T>
@@ -37,7 +55,7 @@ struct Recorder {
 
   Result<ScreenCaptureSelection> select() { return await(manager.selectScreenCaptureContent()); }
   Result<void> start(ValueMap config = screen(), Path path = "/tmp/meeting.mp4") {
-    return await(manager.startMacRecording(std::move(path), std::move(config)));
+    return await(manager.startMacRecording({.filePath = std::move(path), .config = std::move(config)}));
   }
   Result<StopRecordingResult> stop() { return await(manager.stopMacRecording()); }
   bool isRecording() const { return *manager.getMacRecordingStatus().at("isRecording").asBool(); }
@@ -49,6 +67,11 @@ struct Recorder {
   SimWorld& world;
   Platform platform;
   RecordingJournal journal;
+  MacNativeApiClient apiClient;
+  MacNativeUploadSessionStorage storage;
+  NotificationCenter notifications;
+  MacNativeBackgroundUploadManager uploads;
+  StoredRecordings stored;
   MacRecorderManager manager;
   TaskScope tasks;
 };

@@ -3,6 +3,7 @@
 #include "cli/ConfigCommand.h"
 #include "cli/ListenCommand.h"
 #include "cli/RecordCommand.h"
+#include "cli/RecoverCommand.h"
 #include "cli/RepairCommand.h"
 #include "cli/ServeCommand.h"
 #include "cli/UploadCommand.h"
@@ -19,6 +20,7 @@ std::vector<std::unique_ptr<Command>> addCommands(CLI::App& program) {
   commands.push_back(std::make_unique<CallCommand>(program));
   commands.push_back(std::make_unique<ListenCommand>(program));
   commands.push_back(std::make_unique<RepairCommand>(program));
+  commands.push_back(std::make_unique<RecoverCommand>(program));
   commands.push_back(std::make_unique<UploadCommand>(program));
   commands.push_back(std::make_unique<UploadsCommand>(program));
   commands.push_back(std::make_unique<ConfigCommand>(program));

@@ -21,6 +21,8 @@ class Interrupts {
   Task<void> wait();
   /// The same, and after `atMost` in any case.
   Task<void> wait(Duration atMost);
+  /// What came so far is dealt with: the next signal is a first one again.
+  void forget() { count_ = 0; }
   /// Ends a wait that is under way.
   void endWaiting();
 

@@ -12,5 +12,7 @@ namespace quillbeam::cli {
 Path defaultOutputFile(const Places& places, Date now);
 /// `given` as the user meant it: relative to the working directory.
 Path absolutePath(const std::string& given);
+/// Also from one file system to another.
+Result<void> moveFile(Files& files, const Path& from, const Path& to);
 
 }  // namespace quillbeam::cli

@@ -49,7 +49,11 @@ std::string resultText(const RecordingFigures& figures) {
 }  // namespace
 
 RecordCommand::RecordCommand(CLI::App& program)
-    : Command(program.add_subcommand("record", "Record the screen until Ctrl-C")) {
+    : Command(program.add_subcommand("record", "Record the screen until Ctrl-C")),
+      service_(commandLine(), "--upload-url") {
+  commandLine().add_option("--team", teamId_, "Upload the recording while it runs: the team that will own it");
+  commandLine().add_option("--folder", folderId_, "The folder that will hold it")->capture_default_str();
+  commandLine().add_option("--name", name_, "Its name there; default: the file's");
   commandLine()
       .add_option("--mode", mode_, "What to record")
       ->check(CLI::IsMember({"screen_with_audio", "screen_with_audio_and_mic", "system_audio_with_mic", "audio_only"}))
@@ -63,6 +67,10 @@ RecordCommand::RecordCommand(CLI::App& program)
 }
 
 ExitCode RecordCommand::run() {
+  if (teamId_.empty() != folderId_.empty()) {
+    complain("to upload the recording, give both --team and --folder");
+    return ExitCode::badUsage;
+  }
   using Lines = LinuxPlatform::DiagnosticLines;
   CommandWorld world(verbose_ ? Lines::standardError : Lines::systemLog, CommandWorld::Signals::areWatched);
   if (output_.empty()) {
@@ -84,7 +92,7 @@ Task<ExitCode> RecordCommand::record(Platform& platform, Interrupts& interrupts)
              "). Without sound: --no-microphone --no-system-audio");
     co_return ExitCode::nothingToCapture;
   }
-  auto outcome = co_await recordThrough(platform, interrupts, host->socketPath());
+  auto outcome = co_await recordThrough(platform, interrupts, *host);
   auto ended = co_await host->release();
   if (!outcome) co_return outcome.error();
   if (!ended) complain(ended.error().fullDescription());
@@ -93,15 +101,27 @@ Task<ExitCode> RecordCommand::record(Platform& platform, Interrupts& interrupts)
   co_return outcome->code;
 }
 
-Task<RecordingRun::Outcome> RecordCommand::recordThrough(Platform& platform, Interrupts& interrupts, Path socketPath) {
-  CO_TRY(const auto client, NativeClient::connect(platform, socketPath));
+Task<RecordingRun::Outcome> RecordCommand::recordThrough(Platform& platform, Interrupts& interrupts,
+                                                         const NativeHost& host) {
+  CO_TRY(const auto client, NativeClient::connect(platform, host.socketPath()));
+  if (upload()) {
+    CO_TRY(const auto unconfigured, co_await service_.apply(*client, host));
+    if (unconfigured) co_return RecordingRun::Outcome{.code = ExitCode::badUsage, .complaint = *unconfigured};
+  }
   RecordingRun recording(platform, *client, interrupts,
                          {.filePath = output_,
                           .mode = mode_,
                           .includeSystemAudio = !withoutSystemAudio_,
                           .includeMicrophone = !withoutMicrophone_,
-                          .length = length()});
+                          .length = length(),
+                          .upload = upload()});
   co_return co_await recording.run();
+}
+
+std::optional<RecordingRun::Request::Upload> RecordCommand::upload() const {
+  if (teamId_.empty()) return std::nullopt;
+  const std::string name = name_.empty() ? std::string(fileName(output_)) : name_;
+  return RecordingRun::Request::Upload{.teamId = teamId_, .folderId = folderId_, .fileName = name};
 }
 
 std::optional<Duration> RecordCommand::length() const {

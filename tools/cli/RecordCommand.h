@@ -6,6 +6,7 @@
 #include "app/NativeHalf.h"
 #include "cli/Command.h"
 #include "cli/RecordingRun.h"
+#include "cli/ServiceOptions.h"
 
 namespace quillbeam::cli {
 
@@ -17,7 +18,8 @@ class RecordCommand final : public Command {
 
  private:
   Task<ExitCode> record(Platform& platform, Interrupts& interrupts);
-  Task<RecordingRun::Outcome> recordThrough(Platform& platform, Interrupts& interrupts, Path socketPath);
+  Task<RecordingRun::Outcome> recordThrough(Platform& platform, Interrupts& interrupts, const NativeHost& host);
+  std::optional<RecordingRun::Request::Upload> upload() const;
   std::optional<Duration> length() const;
   bool wantsSound() const { return !withoutMicrophone_ || !withoutSystemAudio_; }
   void report(const RecordingRun::Outcome& outcome) const;
@@ -30,6 +32,10 @@ class RecordCommand final : public Command {
   bool withoutSystemAudio_ = false;
   bool asJson_ = false;
   bool verbose_ = false;
+  std::string teamId_;
+  std::string folderId_;
+  std::string name_;
+  ServiceOptions service_;
 };
 
 }  // namespace quillbeam::cli

@@ -16,6 +16,7 @@ RecordingFigures RecordingFigures::fromValue(const Value& value) {
           .droppedFrames = value.at("droppedFrames").asInteger().value_or(0),
           .systemAudioLevel = value.at("systemAudioLevel").asDouble().value_or(0),
           .microphoneLevel = value.at("microphoneLevel").asDouble().value_or(0),
+          .fileIsComplete = value.at("fileIsComplete").asBool().value_or(false),
           .problem = text(value.at("problem"))};
 }
 

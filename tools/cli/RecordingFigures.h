@@ -16,6 +16,7 @@ struct RecordingFigures {
   std::int64_t droppedFrames = 0;
   double systemAudioLevel = 0;  ///< peak, 0…1
   double microphoneLevel = 0;
+  bool fileIsComplete = false;
   std::string problem;  ///< why nothing more reaches the file; empty while all is well
 
   static RecordingFigures fromValue(const Value& value);

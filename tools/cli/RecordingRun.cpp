@@ -4,7 +4,9 @@
 #include <chrono>
 
 #include "app/ChannelNames.h"
+#include "base/TaskScope.h"
 #include "platform/capture/ScreenCapture.h"
+#include "upload/MacBackgroundUploadError.h"
 
 namespace quillbeam::cli {
 
@@ -13,6 +15,13 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr Duration betweenLooks = 250ms;
+constexpr int mostIdleLooks = 240;
+
+ExitCode uploadExitCode(const Error& error) {
+  if (error.is(CommonError::cancelled)) return ExitCode::gaveUp;
+  if (error.is(MacBackgroundUploadError::finalizationTimeout)) return ExitCode::uploadTimedOut;
+  return error.description().contains("Network error") ? ExitCode::serviceUnreachable : ExitCode::uploadRefused;
+}
 
 /// Errors that come over a channel are known by their text alone.
 bool meansNothingToCapture(const Error& error) {
@@ -40,8 +49,13 @@ Task<void> RecordingRun::start() {
   const Value config = ValueMap{{"recordingMode", request_.mode},
                                 {"includeSystemAudio", request_.includeSystemAudio},
                                 {"includeMicrophone", request_.includeMicrophone}};
-  const Value arguments = ValueMap{{"filePath", request_.filePath}, {"config", config}};
-  CO_TRY_VOID(co_await client_.ask(channel_names::macRecorder, "startMacRecording", arguments));
+  ValueMap arguments{{"filePath", request_.filePath}, {"config", config}};
+  if (request_.upload) {
+    arguments.set("teamId", request_.upload->teamId);
+    arguments.set("folderId", request_.upload->folderId);
+    arguments.set("fileName", request_.upload->fileName);
+  }
+  CO_TRY_VOID(co_await client_.ask(channel_names::macRecorder, "startMacRecording", std::move(arguments)));
   startedAt_ = platform_.dispatch.hostTime();
   co_return success;
 }
@@ -54,7 +68,9 @@ Task<void> RecordingRun::watch() {
     // Another client may have stopped it.
     if (status.at("isRecording").asBool() == false) break;
     const Duration elapsed = (platform_.dispatch.hostTime() - startedAt_).toNanoseconds();
-    progress_.show(progressText(figures_, std::chrono::duration<double>(elapsed).count()));
+    CO_TRY_VOID(co_await readUpload());
+    const std::string uploaded = request_.upload ? "  " + transferText(transfer_) : std::string();
+    progress_.show(progressText(figures_, std::chrono::duration<double>(elapsed).count()) + uploaded);
     if (request_.length && elapsed >= *request_.length) break;
     const Duration pause = request_.length ? std::min(betweenLooks, *request_.length - elapsed) : betweenLooks;
     CO_TRY_VOID(co_await interrupts_.wait(pause));
@@ -68,17 +84,81 @@ Task<void> RecordingRun::readFigures() {
   co_return success;
 }
 
+Task<void> RecordingRun::readUpload() {
+  if (!request_.upload) co_return success;
+  CO_TRY(const auto transfers, co_await client_.ask(channel_names::fileUpload, "getUploadTransfers"));
+  transfer_ = UploadTransfer::currentOf(transfers);
+  co_return success;
+}
+
 Task<RecordingRun::Outcome> RecordingRun::stop() {
   progress_.show("Finishing the file …");
-  CO_TRY(auto reply, co_await client_.ask(channel_names::macRecorder, "stopMacRecording"));
+  auto reply = co_await awaitStop();
   CO_TRY_VOID(co_await readFigures());
-  Outcome outcome{.code = ExitCode::ok, .figures = figures_, .stopReply = std::move(reply)};
+  const bool hasFile = figures_.fileIsComplete && figures_.filePath == request_.filePath;
+  if (!reply && !hasFile) co_return reply.error();
+  Outcome outcome{.code = ExitCode::ok, .figures = figures_, .stopReply = reply.value_or(Value())};
+  if (!reply) {
+    outcome.stopReply = ValueMap{{"filePath", request_.filePath}, {"usedNativeUpload", true}};
+    outcome.code = uploadExitCode(reply.error());
+    outcome.complaint = reply.error().description();
+  }
   if (!figures_.problem.empty()) {
     outcome.code = ExitCode::failed;
     outcome.complaint = "the recording ended early: " + figures_.problem +
                         ". What was recorded until then is kept in " + request_.filePath;
   }
   co_return outcome;
+}
+
+/// The answer comes when the file is finished and, for one that is uploaded, when the service has it too.
+Task<Value> RecordingRun::awaitStop() {
+  std::optional<Result<Value>> reply;
+  TaskScope tasks(platform_.dispatch.main());
+  tasks.start(client_.ask(channel_names::macRecorder, "stopMacRecording"), [&](Result<Value> answer) {
+    reply.emplace(std::move(answer));
+    interrupts_.endWaiting();
+  });
+  bool isFileComplete = false;
+  while (!reply) {
+    if (isFileComplete && interrupts_.haveArrived()) co_return stoppedWaiting();
+    CO_TRY_VOID(co_await readFigures());
+    CO_TRY_VOID(co_await readUpload());
+    // A signal that ended the recording must not end the upload as well.
+    if (figures_.fileIsComplete && !std::exchange(isFileComplete, true)) interrupts_.forget();
+    if (isFileComplete) progress_.show("Finishing the upload: " + transferText(transfer_) + " …");
+    auto pause = isFileComplete ? interrupts_.wait(betweenLooks) : delay(platform_.dispatch.main(), betweenLooks);
+    CO_TRY_VOID(co_await std::move(pause));
+  }
+  if (!*reply && reply->error().description() == describe(MacBackgroundUploadError::finalizationTimeout)) {
+    co_return co_await watchUpload();
+  }
+  if (!*reply) co_return Error("MethodError", 0, "the upload failed: " + reply->error().description() + remedy());
+  co_return *std::move(reply);
+}
+
+/// Nobody waits for the upload any more, but bytes may still move.
+Task<Value> RecordingRun::watchUpload() {
+  std::int64_t moved = -1;
+  for (int idleLooks = 0; idleLooks < mostIdleLooks; ++idleLooks) {
+    CO_TRY_VOID(co_await readUpload());
+    if (!transfer_.exists()) co_return Value(ValueMap{{"filePath", request_.filePath}, {"usedNativeUpload", true}});
+    if (interrupts_.haveArrived()) co_return stoppedWaiting();
+    if (transfer_.bytesMoved() != std::exchange(moved, transfer_.bytesMoved())) idleLooks = 0;
+    progress_.show("Finishing the upload: " + transferText(transfer_) + " …");
+    CO_TRY_VOID(co_await interrupts_.wait(betweenLooks));
+  }
+  co_return Error(MacBackgroundUploadError::finalizationTimeout).withDescription("the upload stands still" + remedy());
+}
+
+Error RecordingRun::stoppedWaiting() const {
+  return Error(CommonError::cancelled)
+      .withDescription("the upload is not complete (" + transferText(transfer_) + ")" + remedy());
+}
+
+std::string RecordingRun::remedy() const {
+  return "; the recording itself is. To go on: quillbeam uploads resume, or quillbeam upload '" + request_.filePath +
+         "'";
 }
 
 Task<RecordingRun::Outcome> RecordingRun::failedToStart(Error error) {

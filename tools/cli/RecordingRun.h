@@ -8,6 +8,7 @@
 #include "cli/NativeClient.h"
 #include "cli/ProgressLine.h"
 #include "cli/RecordingFigures.h"
+#include "cli/UploadTransfer.h"
 
 namespace quillbeam::cli {
 
@@ -22,6 +23,13 @@ class RecordingRun {
     bool includeSystemAudio = true;
     bool includeMicrophone = true;
     std::optional<Duration> length;  ///< from the moment when the recording runs; unlimited when not set
+    /// Where it is uploaded to while it runs.
+    struct Upload {
+      std::string teamId;
+      std::string folderId;
+      std::string fileName;
+    };
+    std::optional<Upload> upload;
   };
   struct Outcome {
     ExitCode code = ExitCode::failed;
@@ -39,7 +47,12 @@ class RecordingRun {
   Task<void> start();
   Task<void> watch();
   Task<void> readFigures();
+  Task<void> readUpload();
   Task<Outcome> stop();
+  Task<Value> awaitStop();
+  Task<Value> watchUpload();
+  Error stoppedWaiting() const;
+  std::string remedy() const;
   Task<Outcome> failedToStart(Error error);
   Outcome failed(const Error& error) const;
 
@@ -49,6 +62,7 @@ class RecordingRun {
   const Request request_;
   MediaTime startedAt_;
   RecordingFigures figures_;
+  UploadTransfer transfer_;
   ProgressLine progress_;
 };
 

@@ -11,8 +11,8 @@ std::optional<std::string> tokenFromEnvironment() {
   return token == nullptr || *token == '\0' ? std::nullopt : std::optional<std::string>(token);
 }
 
-ServiceOptions::ServiceOptions(CLI::App& commandLine) {
-  commandLine.add_option("--url", url_, "The upload service, stored as by `quillbeam config set-upload`");
+ServiceOptions::ServiceOptions(CLI::App& commandLine, const std::string& urlOption) {
+  commandLine.add_option(urlOption, url_, "The upload service, stored as by `quillbeam config set-upload`");
   commandLine.add_option("--token", token_, std::string("Its token; better in the variable ") + tokenVariable);
 }
 

@@ -17,7 +17,8 @@ std::optional<std::string> tokenFromEnvironment();
 /// Which upload service a command uses: the one on its command line, which becomes the stored one, or the stored one.
 class ServiceOptions {
  public:
-  explicit ServiceOptions(CLI::App& commandLine);
+  /// `urlOption` names the address's option.
+  explicit ServiceOptions(CLI::App& commandLine, const std::string& urlOption = "--url");
 
   /// Tells the native half about the service; nullopt when it has one now, else the complaint.
   Task<std::optional<std::string>> apply(NativeClient& client, const NativeHost& host) const;
