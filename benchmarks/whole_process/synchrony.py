@@ -31,7 +31,7 @@ def flashes(movie):
 
 def beeps(movie, track=0):
     """Times at which sound begins, to the sample."""
-    raw = subprocess.run(["ffmpeg", "-v", "error", "-i", movie.path, "-map", f"0:a:{track}", "-af",
+    raw = subprocess.run(["ffmpeg", "-v", "error", "-copyts", "-i", movie.path, "-map", f"0:a:{track}", "-af",
                           "aresample=async=1:first_pts=0", "-ac", "1", "-ar", str(RATE), "-f", "f32le", "-"],
                          capture_output=True, check=True).stdout
     samples = array.array("f", raw)

@@ -126,11 +126,10 @@ std::optional<std::string> MacRecorderManager::currentNativeUploadFileId() const
 
 Task<void> MacRecorderManager::runScreenRecording(const StartRequest& request, Resolution resolution,
                                                   std::unique_ptr<VideoChunkWriter> chunkWriter) {
-  recording_ = std::make_unique<ScreenRecording>(
-      platform_, journal_,
-      ScreenRecording::Request{
-          .filePath = request.filePath, .config = config_, .resolution = resolution, .display = selectedDisplay_},
-      std::move(chunkWriter));
+  ScreenRecording::Request recording{
+      .filePath = request.filePath, .config = config_, .resolution = resolution, .display = selectedDisplay_};
+  if (chunkWriter) recording.chunkBackup = chunkBackupPath(request.filePath);
+  recording_ = std::make_unique<ScreenRecording>(platform_, journal_, std::move(recording), std::move(chunkWriter));
   co_return co_await recording_->start();
 }
 
@@ -168,8 +167,13 @@ Task<StopRecordingResult> MacRecorderManager::stop(UploadEnd uploadEnd) {
 Task<void> MacRecorderManager::finishChunks(UploadEnd uploadEnd) {
   VideoChunkWriter* writer = recording_->chunkWriter();
   if (writer == nullptr) co_return success;
-  if (uploadEnd == UploadEnd::leftForLater) co_return co_await writer->finishWithoutUpload();
+  if (uploadEnd == UploadEnd::leftForLater) {
+    auto finished = co_await writer->finishWithoutUpload();
+    recording_->chunksAreFinished();
+    co_return finished;
+  }
   auto finished = co_await writer->finishRecording();
+  recording_->chunksAreFinished();
   print(finished ? "✅ Chunked recording finalized successfully"
                  : "❌ Failed to finalize chunked recording: " + finished.error().description());
   co_return finished;

@@ -40,6 +40,11 @@ void ScreenRecording::unwind() {
   stream_.reset();
   if (file_) file_->cancel();
   if (journalId_) journal_.close(*journalId_);
+  chunksAreFinished();
+}
+
+void ScreenRecording::chunksAreFinished() {
+  if (const auto id = std::exchange(chunkJournalId_, std::nullopt)) journal_.close(*id);
 }
 
 Task<void> ScreenRecording::openFileAndCapture() {
@@ -48,6 +53,9 @@ Task<void> ScreenRecording::openFileAndCapture() {
   CO_TRY(file_, SingleFileWriter::create(platform_.mediaWriters, platform_.standardOutput, request_.filePath,
                                          request_.resolution, request_.config));
   CO_TRY(journalId_, journal_.open(request_.filePath, platform_.dispatch.now()));
+  if (request_.chunkBackup) {
+    CO_TRY(chunkJournalId_, journal_.open(*request_.chunkBackup, platform_.dispatch.now()));
+  }
   CO_TRY_VOID(file_->startWriting());
   timeline_ = std::make_unique<RecordingTimeline>(platform_.standardOutput, file_->assetWriter(),
                                                   RecordingTimeline::Baseline::firstVideoFrame);

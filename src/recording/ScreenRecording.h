@@ -31,6 +31,7 @@ class ScreenRecording {
     RecordingConfig config;
     Resolution resolution;
     std::optional<ShareableDisplay> display;
+    std::optional<Path> chunkBackup;  ///< the chunk writer's file, when there is a chunk writer
   };
 
   /// `chunkWriter`, if any, gets everything that is captured.
@@ -43,6 +44,8 @@ class ScreenRecording {
   Task<void> stop();
   /// After the stop: nullptr when the recording is not uploaded.
   VideoChunkWriter* chunkWriter() { return chunkWriter_.get(); }
+  /// The chunk writer has finished: its file needs no repair.
+  void chunksAreFinished();
   RecordingReport report();
 
  private:
@@ -66,6 +69,7 @@ class ScreenRecording {
   RecordingJournal& journal_;
   const Request request_;
   std::optional<std::string> journalId_;
+  std::optional<std::string> chunkJournalId_;  ///< of the chunk writer's local backup
   std::optional<Error> captureEnded_;
   std::int64_t framesDroppedByStream_ = 0;
 

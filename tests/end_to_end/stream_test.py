@@ -1,12 +1,10 @@
 """quillbeam record with an upload while it runs, and what a crash leaves of it."""
 
-import pathlib
-import signal
-import time
 import unittest
 
+import torture
 from movie import Movie
-from stage import Stage, interrupt, wait_until
+from stage import Stage
 from upload_service import TOKEN, UploadService
 
 
@@ -32,24 +30,7 @@ class Streaming(unittest.TestCase):
                              tuple(service.record(run.json["nativeUploadFileId"])[key] for key in ("name", "source")))
 
     def test_a_killed_recording_can_be_recovered(self):
-        with UploadService() as service, Stage("clock", ("440",)) as stage:
-            recorder = stage.start_quillbeam("record", "--output", "out.mp4", *self.place(service))
-            wait_until(lambda: list(stage.home.glob(".local/share/io.quillbeam.app/segment_recordings/*/segment_0002.mp4")),
-                       "two segments are on disk", timeout=60)
-            recorded = time.monotonic()
-            interrupt(recorder, signal.SIGKILL)
-            self.assertLess(time.monotonic() - recorded, 5)
-            (recording,) = stage.quillbeam("recover", "--json").json
-            self.assertEqual((2, 20.0, "video"),
-                             tuple(recording[key] for key in ("segmentCount", "estimatedDuration", "recordingType")))
-            recovered = stage.quillbeam("recover", recording["id"], "--output", "recovered.mp4")
-            self.assertEqual(0, recovered.code, recovered)
-            movie = Movie(stage.file("recovered.mp4"))
-            self.assertEqual("", movie.decodes_cleanly())
-            self.assertAlmostEqual(20, movie.duration, delta=0.2)
-            self.assertEqual(0, stage.quillbeam("recover", "--clean", 0).code)
-            self.assertEqual([], self.backups(stage))
-            self.assertIn("No interrupted recordings", stage.quillbeam("recover").out)
+        torture.kill_once(self, 22.5)
 
     def test_keeps_everything_when_the_service_is_gone(self):
         with UploadService() as service, Stage("clock") as stage:
