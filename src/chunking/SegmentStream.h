@@ -53,7 +53,7 @@ class SegmentStream : public WeaklyHeld {
   Task<void> awaitFinalSegment();
   /// Sends what is left, waits for all parts and has the upload completed.
   Task<void> finishUpload();
-  /// For the end of the process: what was received is in the backup when this resumes. Nothing further is uploaded.
+  /// For the end of the process: what was received is in the backup when this resumes. What is left of a part stays there.
   Task<void> settleBackup();
 
   std::size_t segmentIndex() const { return static_cast<std::size_t>(segmentIndex_); }
