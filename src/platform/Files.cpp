@@ -8,6 +8,8 @@ std::string describe(FilesError error) {
   switch (error) {
     case FilesError::locked:
       return "Another process holds the lock";
+    case FilesError::endOfFile:
+      return "The file ends too early";
   }
   std::unreachable();
 }

@@ -29,6 +29,13 @@ enum class Durability {
   durable,  ///< on the device before the call returns, its directory entry included
 };
 
+/// A piece of a file.
+struct FilePiece {
+  Path file;
+  std::int64_t offset = 0;
+  std::int64_t count = 0;
+};
+
 /// Held while it exists; released by the system when the process dies.
 class FileLock {
  public:
@@ -44,8 +51,11 @@ class Files {
   /// Replaces the file's content at once or not at all, durably: temporary file in the same directory, write,
   /// fdatasync, rename, fsync of the directory. Mode 0600. A failure leaves the old content and no temporary file.
   virtual Result<void> writeAtomically(const Path& path, const ByteChain& bytes) = 0;
-  /// Writes a new file; EEXIST when there is one.
+  /// Writes a new file; EEXIST when there is one. A failure leaves nothing, a death in the middle a torn file.
   virtual Result<void> writeNew(const Path& path, const ByteChain& bytes, Durability durability) = 0;
+  /// The same, durably, with a piece of another file, whose bytes do not come through this process where the system can
+  /// help it. `FilesError::endOfFile` when that file ends before the piece does.
+  virtual Result<void> copyNew(const FilePiece& from, const Path& path) = 0;
   virtual Result<void> append(const Path& path, const ByteChain& bytes, Durability durability) = 0;
   virtual Result<Bytes> read(const Path& path) = 0;
   /// At most `count` bytes from `offset` on; fewer when the file ends before.
@@ -64,7 +74,7 @@ class Files {
   virtual Result<std::unique_ptr<FileLock>> lock(const Path& path, std::string_view note) = 0;
 };
 
-enum class FilesError { locked };
+enum class FilesError { locked, endOfFile };
 std::string describe(FilesError error);
 constexpr std::string_view errorDomain(FilesError) { return "FilesError"; }
 

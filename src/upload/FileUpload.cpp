@@ -10,6 +10,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
+/// While one part's file waits for the device the next one can be written.
+constexpr std::size_t mostHandOversAtATime = 3;
 constexpr int mostHandOvers = MacNativeUploadSession::mostAttemptsPerPart;
 constexpr Duration betweenHandOvers = 2s;
 const MediaTime longestStandstill = MediaTime(120, 1);
@@ -47,7 +49,11 @@ std::string toText(FileUpload::Phase phase) {
 
 FileUpload::FileUpload(Platform& platform, MacNativeBackgroundUploadManager& manager, NotificationCenter& notifications,
                        Request request)
-    : platform_(platform), main_(platform.dispatch.main()), manager_(manager), request_(std::move(request)) {
+    : platform_(platform),
+      main_(platform.dispatch.main()),
+      manager_(manager),
+      request_(std::move(request)),
+      handOvers_(main_) {
   progressed_ = notifications.observe("macUploadProgressUpdated", [this](const ValueMap&) { wake(); });
   completed_ = notifications.observe("macUploadCompleted", [this](const ValueMap& info) { ended(info, success); });
   failed_ = notifications.observe("macUploadFailed", [this](const ValueMap& info) {
@@ -118,11 +124,23 @@ Task<void> FileUpload::open() {
 }
 
 Task<void> FileUpload::sendParts() {
-  for (int part = 1; part <= status_.totalParts; ++part) {
-    CO_TRY_VOID(co_await awaitRoom());
-    CO_TRY_VOID(co_await sendPart(part));
+  for (int part = 1; part <= status_.totalParts && !handOverError_; ++part) {
+    const auto room = co_await awaitRoom();
+    if (!room) handOverError_ = room.error();
+    if (room) startHandOver(part);
   }
+  while (handingOver_ > 0) CO_TRY_VOID(co_await change());
+  if (handOverError_) co_return *handOverError_;
   co_return success;
+}
+
+void FileUpload::startHandOver(int partNumber) {
+  ++handingOver_;
+  handOvers_.start(sendPart(partNumber), [this](const Result<void>& handedOver) {
+    --handingOver_;
+    if (!handedOver && !handOverError_) handOverError_ = handedOver.error();
+    wake();
+  });
 }
 
 Task<void> FileUpload::awaitRoom() {
@@ -132,28 +150,25 @@ Task<void> FileUpload::awaitRoom() {
     if (!session) co_return MacBackgroundUploadError::noActiveSession;
     // A part that was given up occupies nothing any more.
     const auto retryable = session->getRetryableParts(mostHandOvers);
-    if (session->pendingParts.size() + retryable.size() < mostUnconfirmedParts) co_return success;
+    const std::size_t unconfirmed = session->pendingParts.size() + retryable.size() + handingOver_;
+    if (handingOver_ < mostHandOversAtATime && unconfirmed < mostUnconfirmedParts) co_return success;
     CO_TRY_VOID(co_await change());
     CO_TRY_VOID(co_await offerIdlePartsAgain());
   }
 }
 
-Task<ByteChain> FileUpload::readPart(int partNumber) {
+FilePiece FileUpload::part(int partNumber) const {
   const std::int64_t offset = (partNumber - 1) * partSize;
-  const std::int64_t count = std::min(partSize, status_.totalBytes - offset);
-  auto read = [this, offset, count]() -> Result<Bytes> {
-    return platform_.files.readRange(request_.file, offset, count);
-  };
-  CO_TRY(Bytes bytes, co_await runOn<Bytes>(platform_.dispatch.global(), read));
-  if (std::cmp_not_equal(bytes.size(), count)) co_return FileUploadError::fileChanged;
-  co_return ByteChain(std::move(bytes));
+  return {.file = request_.file, .offset = offset, .count = std::min(partSize, status_.totalBytes - offset)};
 }
 
 Task<void> FileUpload::sendPart(int partNumber) {
   for (int attempt = 1;; ++attempt) {
-    CO_TRY(ByteChain data, co_await readPart(partNumber));
-    auto handedOver = co_await manager_.uploadChunk(std::move(data), partNumber, status_.sessionId);
+    PartContent content = part(partNumber);
+    auto handedOver = co_await manager_.uploadChunk(std::move(content), partNumber, status_.sessionId);
     if (handedOver || attempt == mostHandOvers || isStopped_) co_return handedOver;
+    const Error* below = handedOver.error().underlying();
+    if (below != nullptr && below->is(FilesError::endOfFile)) co_return FileUploadError::fileChanged;
     CO_TRY_VOID(co_await delay(main_, betweenHandOvers));
   }
 }

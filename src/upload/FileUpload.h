@@ -74,7 +74,8 @@ class FileUpload : public WeaklyHeld {
   Task<void> sendParts();
   Task<void> awaitRoom();
   Task<void> sendPart(int partNumber);
-  Task<ByteChain> readPart(int partNumber);
+  FilePiece part(int partNumber) const;
+  void startHandOver(int partNumber);
   Task<void> finish();
   Task<void> watch();
   void remember(const MacNativeUploadSession& session);
@@ -97,6 +98,9 @@ class FileUpload : public WeaklyHeld {
   std::optional<Result<void>> outcome_;
   std::optional<Completion<void>> waiter_;
   std::unique_ptr<NotificationCenter::Observation> progressed_, completed_, failed_;
+  std::size_t handingOver_ = 0;
+  std::optional<Error> handOverError_;
+  TaskScope handOvers_;
 };
 
 std::string toText(FileUpload::Phase phase);

@@ -157,7 +157,7 @@ void MacNativeBackgroundUploadManager::announceReady(const MacNativeUploadSessio
 
 // Parts on their way
 
-Task<void> MacNativeBackgroundUploadManager::uploadChunk(ByteChain data, int partNumber,
+Task<void> MacNativeBackgroundUploadManager::uploadChunk(PartContent data, int partNumber,
                                                          std::optional<std::string> sessionId) {
   const auto context = sessions_.find(sessionId);
   if (!context) co_return MacBackgroundUploadError::noActiveSession;
@@ -166,7 +166,7 @@ Task<void> MacNativeBackgroundUploadManager::uploadChunk(ByteChain data, int par
   if (!claim || isUploaded(id, partNumber)) co_return success;
   CO_TRY(const std::string url, co_await context->urlManager->getUrl(partNumber));
   if (!partFiles_.isAvailable()) co_return MacBackgroundUploadError::tempDirectoryNotAvailable;
-  const auto size = static_cast<std::int64_t>(data.size());
+  const std::int64_t size = sizeOf(data);
   const Path file = partFiles_.path(id, partNumber);
   auto written = co_await partFiles_.write(file, std::move(data));
   if (!written) co_return failedToWriteTempFile(std::move(written).error());

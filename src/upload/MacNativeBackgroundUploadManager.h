@@ -67,7 +67,7 @@ class MacNativeBackgroundUploadManager final : private BackgroundTransferDelegat
   /// Ends when the part's transfer has been handed over, not when the part is stored. Without an id: the active
   /// session. A part that is under way or confirmed already is left alone. `MacBackgroundUploadError`s and the API
   /// client's; a part that was not handed over is the caller's.
-  Task<void> uploadChunk(ByteChain data, int partNumber, std::optional<std::string> sessionId);
+  Task<void> uploadChunk(PartContent data, int partNumber, std::optional<std::string> sessionId);
   /// The recording has ended with so many parts. `completion` is called exactly once: when the file was made, when that
   /// failed, with `finalizationTimeout` after 120 s (the upload goes on), or at once with `noActiveSession`.
   void markRecordingComplete(int totalParts, const std::optional<std::string>& sessionId, Finalized completion);

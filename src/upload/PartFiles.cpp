@@ -17,6 +17,7 @@ PartFiles::PartFiles(Platform& platform, const Logger& logger)
     : files_(platform.files),
       logger_(logger),
       diskQueue_(platform.dispatch.makeSerialQueue("io.quillbeam.macos.upload.partfiles")) {
+  for (auto& queue : writeQueues_) queue = platform.dispatch.makeSerialQueue("io.quillbeam.macos.upload.partwrites");
   createDirectory(platform.places);
 }
 
@@ -33,14 +34,26 @@ Path PartFiles::path(const std::string& sessionId, int partNumber) const {
   return joined(*directory_, sessionId + std::string(partInfix) + std::to_string(partNumber) + ".chunk");
 }
 
-Task<void> PartFiles::write(Path file, ByteChain data) {
-  auto work = [this, file, data = std::move(data)]() -> Result<void> {
-    auto written = files_.writeAtomically(file, data);
+std::int64_t sizeOf(const PartContent& content) {
+  if (const auto* range = std::get_if<FilePiece>(&content)) return range->count;
+  return static_cast<std::int64_t>(std::get<ByteChain>(content).size());
+}
+
+Task<void> PartFiles::write(Path file, PartContent content) {
+  auto work = [this, file, content = std::move(content)]() -> Result<void> {
+    // Nothing refers to the file before it is whole: it needs no other name until then, whose change would cost the
+    // device a second turn.
+    std::ignore = files_.remove(file);
+    const auto* piece = std::get_if<FilePiece>(&content);
+    auto written = piece != nullptr ? files_.copyNew(*piece, file)
+                                    : files_.writeNew(file, std::get<ByteChain>(content), Durability::durable);
     // The name may be there though it could not be made durable.
     if (!written) std::ignore = files_.remove(file);
     return written;
   };
-  co_return co_await runOn<void>(*diskQueue_, std::move(work));
+  // While one waits for the device the next one can be written.
+  DispatchQueue& queue = *writeQueues_[nextWriteQueue_++ % writeQueues_.size()];
+  co_return co_await runOn<void>(queue, std::move(work));
 }
 
 Task<std::optional<std::int64_t>> PartFiles::size(Path file) {

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "base/Task.h"
@@ -12,8 +14,13 @@
 
 namespace quillbeam {
 
+/// A part's bytes: in memory, or a piece of a file that stays where it is.
+using PartContent = std::variant<ByteChain, FilePiece>;
+std::int64_t sizeOf(const PartContent& content);
+
 /// The files in which parts wait for their transfer: "temp_chunks/<session id>_part<number>.chunk", holding exactly the
-/// part's bytes. Disk work runs in order on a queue of its own; methods are callable from any queue.
+/// part's bytes. Removals, looks and listings run in order on a queue of their own, writes beside them; methods are
+/// callable from the main queue, removals from any.
 class PartFiles {
  public:
   /// Creates the directory, here and now; without it there are no part files.
@@ -23,8 +30,8 @@ class PartFiles {
   /// Only when available.
   Path path(const std::string& sessionId, int partNumber) const;
 
-  /// On disk, durably, when it resumes; nothing is left of a write that failed.
-  Task<void> write(Path file, ByteChain data);
+  /// On disk, durably, when it resumes; nothing is left of a write that failed. Several go on at a time.
+  Task<void> write(Path file, PartContent content);
   /// The file's size; nullopt when there is none.
   Task<std::optional<std::int64_t>> size(Path file);
   /// Soon; a failure is nobody's business.
@@ -44,6 +51,8 @@ class PartFiles {
   Files& files_;
   const Logger& logger_;
   std::optional<Path> directory_;
+  std::array<std::unique_ptr<DispatchQueue>, 3> writeQueues_;
+  std::size_t nextWriteQueue_ = 0;
   std::unique_ptr<DispatchQueue> diskQueue_;  // last: it runs what waits on it before the rest goes
 };
 

@@ -53,10 +53,8 @@ struct MixWorld {
     dispatch.runUntilIdle();
     EXPECT_TRUE(tasks.isIdle());
   }
-  int logged(LogLevel level, std::string_view part) {
-    return static_cast<int>(std::ranges::count_if(log.lines(), [&](const auto& line) {
-      return line.level == level && line.text.find(part) != std::string::npos;
-    }));
+  auto errors() {
+    return std::ranges::count_if(log.lines(), [](const auto& line) { return line.level == LogLevel::error; });
   }
   std::size_t blocks() const { return track.samples.size() / 1024; }
 
@@ -79,22 +77,6 @@ std::vector<float> level(float value, int frames) {
   return std::vector<float>(static_cast<std::size_t>(frames), value);
 }
 
-TEST(MixQueue, sumsOverlapsAndSplitsAtTheBlockWithoutLossOrDoubling) {
-  MixQueue queue;
-  queue.append({level(1, 1500), 0});
-  queue.append({level(1, 100), 1000});
-  queue.append({level(1, 10), 5000});
-  std::vector<float> first(1024);
-  std::vector<float> second(1024);
-  queue.addInto(first, 0, 0.5F);
-  EXPECT_EQ(queue.size(), 3u);
-  queue.addInto(second, 1024, 0.5F);
-  EXPECT_EQ(queue.size(), 1u) << "only what is still to come";
-  EXPECT_THAT((std::vector{first[999], first[1000], first[1023]}), ElementsAre(0.5F, 1, 1));
-  EXPECT_THAT((std::vector{second[0], second[75], second[76], second[475], second[476]}),
-              ElementsAre(1, 1, 0.5F, 0.5F, 0));
-}
-
 TEST(MonoSamples, averagesChannelsAndResamplesOnlyWhatIsAwayFromTheMixRate) {
   EXPECT_THAT(monoSamples({48'000, 2, {0.5F, 0.25F, -1, 1}}), ElementsAre(0.375F, 0));
   std::vector<float> ramp(441);
@@ -114,14 +96,11 @@ TEST(AudioMixer, putsTheFirstSampleWhereTheBaselineSays) {
     MediaTime start;     // of the sound, from the baseline on
     std::size_t frame;   // of the mix, at which …
     std::size_t sample;  // … this sample of the sound lies
-    std::string_view log;
   };
   const Case cases[] = {
-      {MediaTime(-3, 10), 0, 0, "Applying mic audio lead offset: 0.300000s"},
-      {MediaTime(-10'001, 1'000'000), 0, 0, "Applying mic audio lead offset: 0.010000s"},
-      {MediaTime(-1, 100), 0, 480, "Trimmed 480 frames of leading mic audio to align with baseline"},
-      {MediaTime(-5, 1000), 0, 240, "Trimmed 240 frames of leading mic audio to align with baseline"},
-      {MediaTime(1, 50), 960, 0, ""},
+      {MediaTime(-3, 10), 0, 0},    {MediaTime(-10'001, 1'000'000), 0, 0},
+      {MediaTime(-1, 100), 0, 480}, {MediaTime(-5, 1000), 0, 240},
+      {MediaTime(1, 50), 960, 0},
   };
   for (const bool arrivesBefore : {true, false}) {
     for (const Case& one : cases) {
@@ -132,10 +111,8 @@ TEST(AudioMixer, putsTheFirstSampleWhereTheBaselineSays) {
       if (arrivesBefore) w.begin();
       w.finish();
       ASSERT_GT(w.track.samples.size(), one.frame);
-      EXPECT_EQ(w.track.samples[one.frame], sound[one.sample]) << one.log;
+      EXPECT_EQ(w.track.samples[one.frame], sound[one.sample]) << one.start.seconds();
       EXPECT_TRUE(one.frame == 0 || w.track.samples[one.frame - 1] == 0);
-      EXPECT_EQ(w.logged(LogLevel::info, "lead offset") + w.logged(LogLevel::debug, "Trimmed"), !one.log.empty());
-      EXPECT_TRUE(one.log.empty() || w.logged(LogLevel::info, one.log) + w.logged(LogLevel::debug, one.log) == 1);
     }
   }
 }
@@ -196,16 +173,11 @@ TEST(AudioMixer, boundsWhatWaitsAndWarnsOncePerRecording) {
     w.append(AudioSource::mic, baseline + MediaTime(at, 100), level(static_cast<float>(at) / 1000, 480));
   }
   EXPECT_EQ(w.mixer.backlog().pending, 500u);
-  EXPECT_EQ(w.logged(LogLevel::error,
-                     "⚠️ Pending audio buffer overflow - dropped 1 oldest samples waiting for video baseline"),
-            1);
-  EXPECT_EQ(
-      w.logged(LogLevel::info, "Queued first mic audio sample at 1000.000000 seconds; waiting for video baseline"), 1);
+  EXPECT_EQ(w.errors(), 1);
   w.begin();
-  EXPECT_EQ(w.logged(LogLevel::info, "Flushing 500 queued audio buffers after establishing video baseline"), 1);
   for (int at = 503; at < 1100; ++at) w.append(AudioSource::mic, baseline + MediaTime(at, 100), level(0.25F, 480));
   EXPECT_EQ(w.mixer.backlog().mic, 1000u);
-  EXPECT_EQ(w.logged(LogLevel::error, ""), 1) << "the queue's warning shares the flag";
+  EXPECT_EQ(w.errors(), 1) << "the queue's warning shares the flag";
   w.finish();
   EXPECT_EQ(w.track.samples[99 * 480], 0) << "the oldest went";
   EXPECT_EQ(w.track.samples[100 * 480], 0.1F);

@@ -50,6 +50,16 @@ class FilesConformance : public ConformanceTest {
 };
 QB_ON_BOTH_WORLDS(FilesConformance);
 
+TEST_P(FilesConformance, copiesPiecesOfFilesThatAreLongEnough) {
+  ASSERT_TRUE(files().writeAtomically(at("source"), bytesOf("0123456789")));
+  ASSERT_TRUE(files().copyNew({at("source"), 3, 4}, at("piece")));
+  EXPECT_EQ(content(at("piece")), "3456");
+  EXPECT_EQ(errorCode(files().copyNew({at("source"), 0, 1}, at("piece"))), EEXIST);
+  EXPECT_TRUE(files().copyNew({at("source"), 8, 3}, at("other")).error().is(FilesError::endOfFile));
+  EXPECT_EQ(files().readRange(at("source"), 8, 3).value_or(Bytes()), (Bytes{'8', '9'}));
+  EXPECT_THAT(names(root()), ElementsAre("piece", "source"));
+}
+
 TEST_P(FilesConformance, writesAtomicallyOverWhatIsThereAndLeavesNothingElse) {
   const Path path = at("state.json");
   ASSERT_TRUE(files().writeAtomically(path, bytesOf("old")));

@@ -1,16 +1,10 @@
 """The reference upload service, judged by a client that knows nothing but HTTP."""
 
-import concurrent.futures
 import hashlib
 import http.client
 import os
-import socket
-import subprocess
-import tempfile
-import time
 import unittest
 
-from stage import BIN, wait_until
 from upload_service import PART_SIZE, TOKEN, PlainClient, PlainUpload, UploadService
 
 FULL = os.urandom(PART_SIZE)
@@ -52,61 +46,6 @@ class UploadServiceUploads(unittest.TestCase):
                     self.assertEqual((400, code), (answer.status, answer.code))
             self.assertEqual({}, service.assembled_files())
 
-    def test_abort_ends_an_upload(self):
-        with UploadService() as service, PlainClient(service) as client:
-            upload = PlainUpload(client)
-            url = upload.url(1).data["uploadUrl"]
-            upload.put(1, FULL)
-            self.assertEqual({}, upload.abort().data)
-            self.assertEqual([], list(service.directory.glob("uploads/**/part-*")))
-            self.assertEqual([404] * 5, [answer.status for answer in (
-                upload.finalize(), upload.url(2), upload.pulse(), upload.abort(), client.put(url, FULL))])
-
-    def test_a_restart_changes_nothing(self):
-        with UploadService() as service:
-            with PlainClient(service) as client:
-                upload = PlainUpload(client)
-                upload.put(1, FULL)
-                url = upload.url(2).data["uploadUrl"]
-            self.assertEqual(0, service.stop())
-            service.start()
-            with PlainClient(service) as client:
-                upload.client = client
-                self.assertEqual(200, client.put(url, REST).status)
-                upload.finalize().data
-            self.assertEqual(FULL + REST, service.file(upload.file_id).read_bytes())
-
-    def test_ends_with_connections_open_and_a_body_half_sent(self):
-        with UploadService() as service, PlainClient(service) as idle, PlainClient(service) as client:
-            upload = PlainUpload(idle)
-            client.connection.putrequest("PUT", path_of(upload.url(1)))
-            client.connection.putheader("Content-Length", str(PART_SIZE))
-            client.connection.endheaders(FULL[:1000])
-            wait_until(lambda: list(service.directory.glob("uploads/**/part-*")), "the part is being received")
-            start = time.monotonic()
-            self.assertEqual(0, service.stop())
-            self.assertLess(time.monotonic() - start, 2)
-            self.assertEqual([], list(service.directory.glob("uploads/**/part-*")))
-
-    def test_takes_parts_of_several_uploads_at_once(self):
-        with UploadService() as service:
-            def run(number):
-                with PlainClient(service) as client:
-                    upload = PlainUpload(client)
-                    bodies = [bytes([number, part]) * (PART_SIZE // 2) for part in range(1, 4)]
-                    for part, body in enumerate(bodies, 1):
-                        upload.put(part, body)
-                    upload.finalize().data
-                    return upload.file_id, hashlib.sha256(b"".join(bodies)).hexdigest()
-            with concurrent.futures.ThreadPoolExecutor(8) as pool:
-                for file_id, digest in pool.map(run, range(8)):
-                    self.assertEqual(digest, service.sha256(file_id))
-
-
-def path_of(answer):
-    return "/" + answer.data["uploadUrl"].split("/", 3)[3]
-
-
 class UploadServiceRefusals(unittest.TestCase):
     def test_wants_the_token_and_keeps_secrets_out_of_its_log(self):
         with UploadService() as service, PlainClient(service) as client:
@@ -120,68 +59,7 @@ class UploadServiceRefusals(unittest.TestCase):
             for secret in (TOKEN, "signature", "expires", "wrong"):
                 self.assertNotIn(secret, log)
 
-    def test_url_is_for_one_part_and_a_while(self):
-        with UploadService("url,part=9,expired") as service, PlainClient(service) as client:
-            upload = PlainUpload(client)
-            url = upload.url(1).data["uploadUrl"]
-            last = "1" if url[-1] == "0" else "0"
-            for wrong in (url[:-1] + last, url.replace("/1?", "/2?"), url.replace("expires=", "expires=9"),
-                          url.split("?")[0]):
-                answer = client.put(wrong, FULL)
-                self.assertEqual(403, answer.status, wrong)
-                self.assertIn(b"<Code>SignatureDoesNotMatch</Code>", answer.body)
-            expired = upload.put(9, FULL)
-            self.assertEqual(403, expired.status)
-            self.assertIn(b"Request has expired", expired.body)
-            self.assertEqual(200, client.put(url, FULL).status, "refusals leave the connection usable")
-
-    def test_tells_what_is_wrong_with_a_request(self):
-        with UploadService() as service, PlainClient(service) as client:
-            upload = PlainUpload(client)
-            other = f"{upload.team}/elsewhere/{upload.file_id}"
-            for status, method, path, body in [
-                    (400, "PUT", "init/t/f", {}), (400, "PUT", "init/t/f", {"contentType": ""}),
-                    (400, "PUT", f"url/{upload.place}/{upload.upload_id}/0", {"contentType": "video/mp4"}),
-                    (400, "PUT", f"finalize/{upload.place}/{upload.upload_id}", {"file": {"name": "x"}}),
-                    (404, "POST", f"pulse/{other}", None), (404, "DELETE", f"abort/{other}/{upload.upload_id}", None),
-                    (404, "PUT", f"url/{upload.place}/upload-0/1", {"contentType": "video/mp4"}),
-                    (404, "POST", "init/t/f", {"contentType": "video/mp4"}), (404, "GET", "pulse/t/f/x", None)]:
-                with self.subTest(path, body=body):
-                    self.assertEqual(status, client.call(method, path, body).status)
-            client.connection.putrequest("POST", f"/files/upload/multipart/pulse/{upload.place}")
-            client.connection.endheaders()
-            self.assertEqual(401, client.connection.getresponse().status, "without a body, and without its length")
-            client.connection.close()
-            chunked = client.request("PUT", path_of(upload.url(1)), iter([b"one", b"two"]))
-            self.assertEqual(411, chunked.status, "a store wants to know the length")
-
-    def test_bad_rules_end_it_with_2(self):
-        for rule in ("dance,close", "put", "put,close,delay=1", "put,status=99", "put,part=0,close", "url,no-etag",
-                     "put,probability=2,close", "init,close,body=x"):
-            with self.subTest(rule), tempfile.TemporaryDirectory() as directory:
-                run = subprocess.run([BIN / "quillbeam-upload-service", "--dir", directory, "--fault", rule],
-                                     timeout=10, capture_output=True, text=True)
-                self.assertEqual((2, ""), (run.returncode, run.stdout))
-                self.assertIn(rule, run.stderr)
-
-
 class UploadServiceFaults(unittest.TestCase):
-    def test_answers_what_a_rule_says(self):
-        rules = ("put,part=1,times=2,status=503,body=Slow down, please", "url,part=2,from=2,times=1,unauthorized",
-                 "init,from=2,bad-json", "put,part=2,no-etag")
-        with UploadService(*rules) as service, PlainClient(service) as client:
-            upload = PlainUpload(client)
-            answers = [upload.put(1, FULL) for _ in range(3)]
-            self.assertEqual([503, 503, 200], [answer.status for answer in answers])
-            self.assertEqual(b"Slow down, please", answers[0].body)
-            self.assertEqual([200, 401, 200], [upload.url(2).status for _ in range(3)])
-            self.assertNotIn("ETag", upload.put(2, REST).headers)
-            upload.finalize().data
-            strange = client.call("PUT", "init/t/f", {"contentType": "video/mp4"})
-            self.assertEqual((200, b"this is not JSON"), (strange.status, strange.body))
-            self.assertEqual([("status=503", 503)] * 2 + [(None, 200), ("no-etag", 200)],
-                             [(line["fault"], line["status"]) for line in service.requests("put")])
-
     def test_a_lost_answer_had_its_effect_and_a_closed_connection_none(self):
         with UploadService("put,part=1,times=1,lost-answer", "put,part=2,times=1,close", "finalize,times=1,close",
                            "finalize,from=2,times=1,lost-answer") as service, PlainClient(service) as client:
@@ -198,25 +76,6 @@ class UploadServiceFaults(unittest.TestCase):
             upload.finalize().data
             self.assertEqual(1, service.record(upload.file_id)["assemblies"])
             self.assertEqual([None, None, 200], [line["status"] for line in service.requests("put")])
-
-    def test_waits_before_or_within_a_body(self):
-        with UploadService("put,part=1,stall=1000", "pulse,delay=700", "put,part=2,delay=300",
-                           "put,part=2,status=500") as service, PlainClient(service) as client:
-            upload = PlainUpload(client)
-            url = path_of(upload.url(1))
-            start = time.monotonic()
-            connection = socket.create_connection(("127.0.0.1", service.port))
-            connection.sendall(f"PUT {url} HTTP/1.1\r\nContent-Length: {PART_SIZE}\r\n\r\n".encode())
-            connection.settimeout(0.5)
-            with self.assertRaises(TimeoutError, msg="the service reads on"):
-                connection.sendall(FULL)
-            connection.close()
-
-            self.assertEqual({}, upload.pulse().data)
-            self.assertGreater(time.monotonic() - start, 1.2)
-            start = time.monotonic()
-            self.assertEqual(500, upload.put(2, REST).status)
-            self.assertGreater(time.monotonic() - start, 0.3)
 
     def test_chance_follows_from_the_seed_whatever_the_timing(self):
         rule = "put,probability=0.5,seed=7,max-per-part=2,status=503"

@@ -22,17 +22,6 @@ TEST(FrameGrid, findsTheTickOfAnyMomentExactly) {
   EXPECT_EQ(FrameGrid(MediaTime(1001, 30'000)).at(3), MediaTime(3003, 30'000));
 }
 
-TEST(PicturePacer, takesEveryChangeOfAScreenThatIsFasterThanTheGrid) {
-  PicturePacer pacer(frame);
-  for (int i = 0; i < 48; ++i) {
-    const auto decision = pacer.decide(tick(i) + ms(1), ScreenState::changed, Repeats::everySecond, Room::free);
-    EXPECT_EQ(decision.action, Action::grab);
-    EXPECT_EQ(decision.stamp, tick(i)) << "a millisecond late is still on the grid";
-    EXPECT_EQ(decision.missed, 0);
-    pacer.pictureTaken(decision.stamp);
-  }
-}
-
 TEST(PicturePacer, countsTheTicksThatItSleptThroughWhileTheScreenChanged) {
   PicturePacer pacer(frame);
   pacer.pictureTaken(pacer.decide(tick(0), ScreenState::changed, Repeats::everySecond, Room::free).stamp);

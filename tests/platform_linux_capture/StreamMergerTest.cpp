@@ -43,22 +43,6 @@ class StreamMergerTest : public testing::Test {
   SimTone microphone_{880, ms(1000)};
 };
 
-TEST_F(StreamMergerTest, holdsEverythingThatAnOlderBlockMayStillFollow) {
-  merger.addSoundTrack(OutputType::audio, ms(1000));
-  merger.addSoundTrack(OutputType::microphone, ms(1000));
-  merger.add(OutputType::screen, picture(ms(1000)));
-  merger.add(OutputType::screen, picture(ms(1015)));
-  EXPECT_EQ(told(merger.release(ms(1020))), (Told{"S1000"})) << "the picture goes before a block of the same time";
-  hear(OutputType::audio, 3);
-  EXPECT_EQ(told(merger.release(ms(1040))), (Told{"A1000"}))
-      << "the microphone may still have one of 1000, so not 1010";
-  hear(OutputType::microphone, 1);
-  EXPECT_EQ(told(merger.release(ms(1040))), (Told{"M1000", "A1010"}));
-  hear(OutputType::microphone, 1);
-  EXPECT_EQ(told(merger.release(ms(1040))), (Told{"M1010", "S1015", "A1020"}));
-  EXPECT_EQ(told(merger.releaseAll()), Told{});
-}
-
 TEST_F(StreamMergerTest, waitsNoLongerThanItsPatienceForATrackThatIsStuck) {
   merger.addSoundTrack(OutputType::audio, ms(1000));
   merger.addSoundTrack(OutputType::microphone, ms(1000));

@@ -3,14 +3,12 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <fstream>
 #include <optional>
 
 #include "base/TaskScope.h"
 #include "support/LoopbackServer.h"
-#include "support/TlsServer.h"
 #include "support/Worlds.h"
 
 using namespace std::chrono_literals;
@@ -48,8 +46,6 @@ class Outcomes final : public BackgroundTransferDelegate {
 
 class CurlNetworkTest : public testing::Test {
  protected:
-  explicit CurlNetworkTest(CurlNetworkParts parts = {}) : network(world.dispatch(), std::move(parts)) {}
-
   Result<HttpResponse> send(HttpRequest request) {
     std::optional<Result<HttpResponse>> answer;
     TaskScope scope(world.dispatch().main());
@@ -80,7 +76,7 @@ class CurlNetworkTest : public testing::Test {
   TestDirectory directory;
   LinuxWorld world;
   Outcomes outcomes;
-  CurlNetwork network;
+  CurlNetwork network{world.dispatch(), {}};
   std::unique_ptr<HttpSession> session = network.makeSession({});
   std::unique_ptr<BackgroundTransferSession> transfers = network.makeBackgroundSession({}, outcomes);
 };
@@ -207,97 +203,6 @@ TEST_F(CurlNetworkTest, doesNotSendAFileThatBecameShorterOrIsNone) {
     ASSERT_FALSE(outcome);
     EXPECT_TRUE(outcome.error().is(NetworkError::bodyUnreadable)) << outcome.error().fullDescription();
   }
-}
-
-TEST_F(CurlNetworkTest, countsAStalledUploadOnlyAsFarAsItGot) {
-  LoopbackServer server([](LoopbackExchange& exchange) {
-    exchange.waitForTheEnd();
-    return Then::close;
-  });
-  transfers->resume(
-      transfers->makeUploadTask({.method = "PUT", .url = server.url("/part"), .timeout = 2s}, file(64 << 20)));
-  std::vector<std::int64_t> bytesSent;
-  const auto limit = std::chrono::steady_clock::now() + 20s;
-  while (outcomes.all().empty() && std::chrono::steady_clock::now() < limit) {
-    transfers->listTasks([&](const std::vector<UploadTaskInfo>& tasks) {
-      if (!tasks.empty()) bytesSent.push_back(tasks.front().bytesSent);
-    });
-    world.letPass(100ms);
-  }
-  ASSERT_TRUE(waitForCompletions(1));
-  EXPECT_TRUE(outcomes.all().front().error().is(NetworkError::timedOut));
-  transfers.reset();
-  ASSERT_GE(bytesSent.size(), 10u);
-  EXPECT_TRUE(std::ranges::is_sorted(bytesSent));
-  EXPECT_EQ(bytesSent.back(), bytesSent[bytesSent.size() / 2]) << "nothing moved any more";
-  EXPECT_LT(bytesSent.back(), 32 << 20);
-}
-
-TEST_F(CurlNetworkTest, refusesACertificateThatNobodyVouchesFor) {
-  TlsServer server;
-  const auto response = send({.method = "GET", .url = "https://localhost:" + std::to_string(server.port()) + "/"});
-  ASSERT_FALSE(response);
-  EXPECT_TRUE(response.error().is(NetworkError::secureConnectionFailed));
-  ASSERT_NE(response.error().underlying(), nullptr);
-  constexpr int peerFailedVerification = 60;
-  EXPECT_EQ(response.error().underlying()->code(), peerFailedVerification);
-  EXPECT_EQ(server.heardBytes(), 0);
-}
-
-std::size_t openDescriptors() {
-  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
-
-TEST_F(CurlNetworkTest, aHundredTasksHoldFewDescriptors) {
-  std::atomic<std::size_t> most = 0;
-  LoopbackServer server([&](LoopbackExchange& exchange) {
-    most = std::max(most.load(), openDescriptors());
-    return answerOk(exchange);
-  });
-  const auto path = file(300'000);
-  const auto before = openDescriptors();
-  for (int i = 0; i < 100; ++i) upload(server.url("/part"), path);
-  ASSERT_TRUE(waitForCompletions(100));
-  for (const Outcome& outcome : outcomes.all()) EXPECT_TRUE(outcome && *outcome && (*outcome)->status == 200);
-  // Four files and both ends of four connections, and what looking at it takes.
-  EXPECT_LE(most, before + 20);
-  EXPECT_LE(server.connectionCount(), BackgroundTransferSession::mostRunningTransfers);
-}
-
-/// Answers as told, then always yes.
-class ScriptedProbe final : public RouteProbe {
- public:
-  bool hasRoute(const std::string& host) override {
-    EXPECT_EQ(host, "127.0.0.1");
-    return next_ == answers_.size() || answers_[next_++];
-  }
-
- private:
-  // When it starts; when it has failed; when it looks again, twice; from then on.
-  std::array<bool, 4> answers_ = {true, false, false, true};
-  std::size_t next_ = 0;
-};
-
-class CurlNetworkWithoutRoute : public CurlNetworkTest {
- protected:
-  CurlNetworkWithoutRoute()
-      : CurlNetworkTest({.routeProbe = std::make_unique<ScriptedProbe>(), .routeRetryInterval = 20ms}) {}
-};
-
-TEST_F(CurlNetworkWithoutRoute, aTransferThatLosesTheRouteWaitsForItAndGoesOnWithItsFile) {
-  const auto path = file(100'000);
-  std::atomic<int> requests = 0;
-  LoopbackServer server([&](LoopbackExchange& exchange) {
-    if (++requests > 1) return answerOk(exchange);
-    std::filesystem::remove(path);
-    exchange.send("HTTP/1.1 200 OK\r\n");
-    return Then::close;
-  });
-  const auto outcome = completed(server.url("/part"), path);
-  ASSERT_TRUE(outcome) << outcome.error().fullDescription();
-  ASSERT_TRUE(*outcome);
-  EXPECT_EQ((*outcome)->status, 200);
-  EXPECT_EQ(requests, 2);
 }
 
 TEST(KernelRouteProbe, knowsTheWayToThisMachineWhateverItIsCalled) {

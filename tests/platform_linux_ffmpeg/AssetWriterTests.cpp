@@ -1,9 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-
 #include "Programs.h"
 #include "Recording.h"
 #include "support/TestDirectory.h"
@@ -21,38 +17,6 @@ class MovieWriting : public testing::Test {
   TestDirectory directory_;
   const Path path_ = directory_.path() + "/movie.mp4";
 };
-
-/// The order of the boxes at the top of a file.
-std::string boxOrder(const Path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::string order;
-  for (std::string header(8, '\0'); file.read(header.data(), 8);) {
-    order += header.substr(4) + " ";
-    std::uint64_t size = 0;
-    for (int i = 0; i < 4; ++i) size = size << 8 | static_cast<std::uint8_t>(header[i]);
-    if (size < 8) break;
-    file.seekg(static_cast<std::streamoff>(size - 8), std::ios::cur);
-  }
-  return order;
-}
-
-TEST_F(MovieWriting, writesAnOrdinaryMovieWithItsIndexInFront) {
-  Recording recording(path_);
-  recording.record(101);
-  ASSERT_TRUE(recording.finish());
-
-  EXPECT_EQ(recording.writer->status(), AssetWriter::Status::completed);
-  EXPECT_FALSE(recording.writer->error());
-  EXPECT_EQ(boxOrder(path_), "ftyp moov mdat ");
-  EXPECT_EQ(static_cast<std::uintmax_t>(recording.writer->bytesWritten()), std::filesystem::file_size(path_));
-  EXPECT_EQ(decodingErrors(path_), "");
-  EXPECT_EQ(probed(path_, "stream=codec_name,profile,width,height"), "h264,High,320,180\naac,LC\naac,LC\n");
-  for (const double start : numbersOf(probed(path_, "stream=start_time"))) EXPECT_EQ(start, 0);
-  for (const double duration : numbersOf(probed(path_, "stream=duration"))) {
-    EXPECT_NEAR(duration, 101 * frame24, millisecond);
-  }
-  EXPECT_EQ(probed(path_, "stream_disposition=default"), "1\n1\n1\n");
-}
 
 TEST_F(MovieWriting, showsEveryPictureAtItsTimeAlthoughTheyAreReordered) {
   Recording recording(path_);
@@ -91,59 +55,6 @@ TEST_F(MovieWriting, keepsSoundWhereItsStampsSay) {
   for (const double duration : numbersOf(probed(path_, "stream=duration"))) EXPECT_NEAR(duration, 3, millisecond);
 }
 
-TEST_F(MovieWriting, resamplesOtherRatesAndChannelCounts) {
-  Recording recording(path_);
-  appendWhenReady(*recording.pictures, pictureAt(grayPicture(320, 180, 50), MediaTime::zero(), MediaTime(3, 1)));
-  for (std::int64_t at = 0; at < 44'100 * 3; at += 441) {
-    appendWhenReady(*recording.system, soundAt(at, 441, 44'100 * 2, 44'100));
-  }
-  // A headset that changes its rate in the middle.
-  for (std::int64_t at = 0; at < 16'000; at += 160) {
-    appendWhenReady(*recording.microphone, soundAt(at, 160, -1, 16'000, 1));
-  }
-  for (std::int64_t at = 48'000; at < 144'000; at += 480) {
-    appendWhenReady(*recording.microphone, soundAt(at, 480, 120'000));
-  }
-  ASSERT_TRUE(recording.finish());
-
-  EXPECT_NEAR(loudest(decodedSound(path_, 0)), 96'000, 48);
-  EXPECT_NEAR(loudest(decodedSound(path_, 1)), 120'000, 2);
-  for (const double duration : numbersOf(probed(path_, "stream=duration"))) EXPECT_NEAR(duration, 3, 2 * millisecond);
-}
-
-TEST_F(MovieWriting, aStaticScreenOfOnePictureASecondKeepsTime) {
-  Recording recording(path_);
-  const auto picture = movingPicture(320, 180, 0);
-  for (int second = 0; second < 12; ++second) {
-    appendWhenReady(*recording.pictures, pictureAt(picture, MediaTime(second, 1)));
-    appendWhenReady(*recording.system, toneAt(second * 48'000, 48'000));
-    appendWhenReady(*recording.microphone, toneAt(second * 48'000, 48'000));
-  }
-  recording.writer->endSession(MediaTime(12, 1));
-  ASSERT_TRUE(recording.finish());
-
-  const auto times = numbersOf(probed(path_, "frame=pts_time", "-select_streams v"));
-  ASSERT_EQ(times.size(), 12u);
-  for (std::size_t i = 0; i < times.size(); ++i) EXPECT_NEAR(times[i], static_cast<double>(i), 1e-5);
-  for (const double duration : numbersOf(probed(path_, "stream=duration"))) EXPECT_NEAR(duration, 12, millisecond);
-}
-
-TEST_F(MovieWriting, theSessionsEndCutsPicturesAndSound) {
-  const MediaTime end(50, 24);
-  Recording recording(path_);
-  recording.record(51);
-  // The end is the newest picture's own time; sound has run on past it.
-  for (int i = 51; i < 80; ++i) appendWhenReady(*recording.system, toneAt(i * 2000, 2000));
-  recording.writer->endSession(end);
-  ASSERT_TRUE(recording.finish());
-
-  EXPECT_EQ(numbersOf(probed(path_, "frame=pts_time", "-select_streams v")).size(), 50u);
-  for (const double duration : numbersOf(probed(path_, "stream=duration"))) {
-    EXPECT_NEAR(duration, end.seconds(), millisecond);
-  }
-  EXPECT_NEAR(numbersOf(probed(path_, "format=duration"))[0], end.seconds(), millisecond);
-}
-
 TEST_F(MovieWriting, samplesBeforeTheSessionAreCutToTheSample) {
   FfmpegMediaWriters writers;
   const auto writer = *writers.makeMovieWriter(path_, NetworkUse::optimized);
@@ -158,43 +69,6 @@ TEST_F(MovieWriting, samplesBeforeTheSessionAreCutToTheSample) {
 
   EXPECT_NEAR(loudest(decodedSound(path_, 0)), 20'000, 2);
   EXPECT_EQ(numbersOf(probed(path_, "frame=pts_time", "-select_streams v")).size(), 48u);
-}
-
-TEST_F(MovieWriting, aSilentSourceOrAMissingOneDoesNotHoldTheOthers) {
-  Recording recording(path_);
-  for (int i = 0; i < 24 * 6; ++i) {
-    appendWhenReady(*recording.pictures, pictureAt(grayPicture(320, 180, 50), MediaTime(i, 24)));
-    if (i < 24) appendWhenReady(*recording.system, toneAt(i * 2000, 2000));
-  }
-  for (int wait = 0; wait < 500 && recording.writer->bytesWritten() < 8 * 1024 * 1024 + 4096; ++wait) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  EXPECT_GT(recording.writer->bytesWritten(), 8 * 1024 * 1024 + 4096) << "nothing was written while sound was missing";
-  ASSERT_TRUE(recording.finish());
-  EXPECT_EQ(decodingErrors(path_), "");
-  EXPECT_EQ(numbersOf(probed(path_, "frame=pts_time", "-select_streams v")).size(), 144u);
-  for (const double start : numbersOf(probed(path_, "stream=start_time"))) EXPECT_EQ(start, 0);
-}
-
-TEST_F(MovieWriting, soundIsNotHeldUpByAScreenThatShowsNothing) {
-  Recording recording(path_);
-  for (int second = 0; second < 14; ++second) {
-    appendWhenReady(*recording.system, toneAt(second * 48'000, 48'000));
-    appendWhenReady(*recording.microphone, toneAt(second * 48'000, 48'000));
-  }
-  for (int wait = 0; wait < 500 && recording.writer->bytesWritten() < 8 * 1024 * 1024 + 4096; ++wait) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  EXPECT_GT(recording.writer->bytesWritten(), 8 * 1024 * 1024 + 4096) << "nothing was written before the first picture";
-  for (int i = 0; i < 48; ++i) {
-    appendWhenReady(*recording.pictures, pictureAt(grayPicture(320, 180, 200), MediaTime(14 * 24 + i, 24)));
-  }
-  ASSERT_TRUE(recording.finish());
-  const auto times = numbersOf(probed(path_, "frame=pts_time", "-select_streams v"));
-  ASSERT_GT(times.size(), 48u);
-  EXPECT_EQ(times[0], 0);
-  EXPECT_NEAR(times[times.size() - 48], 14, millisecond);
-  EXPECT_EQ(decodingErrors(path_), "");
 }
 
 TEST_F(MovieWriting, colorsComeBackAsTheyWere) {
@@ -219,20 +93,6 @@ TEST_F(MovieWriting, colorsComeBackAsTheyWere) {
       EXPECT_NEAR(seen, colors[i][channel], 6) << "colour " << i << " channel " << channel;
     }
   }
-}
-
-TEST_F(MovieWriting, finishesWithOnePictureAndWithNothing) {
-  {
-    Recording recording(path_);
-    recording.record(1);
-    ASSERT_TRUE(recording.finish());
-    EXPECT_EQ(decodingErrors(path_), "");
-    EXPECT_NEAR(numbersOf(probed(path_, "stream=duration", "-select_streams v"))[0], frame24, millisecond);
-  }
-  Recording empty(directory_.path() + "/empty.mp4");
-  empty.writer->endSession(MediaTime::zero());
-  EXPECT_TRUE(empty.finish());
-  EXPECT_EQ(empty.writer->status(), AssetWriter::Status::completed);
 }
 
 }  // namespace

@@ -8,9 +8,6 @@
 
 #include "Programs.h"
 #include "Recording.h"
-#include "platform/linux/ffmpeg/AudioEncoder.h"
-#include "platform/linux/ffmpeg/FragmentMuxer.h"
-#include "platform/linux/ffmpeg/VideoEncoder.h"
 #include "support/TestDirectory.h"
 
 namespace quillbeam {
@@ -79,17 +76,6 @@ class MovieFiles : public testing::Test {
 
 constexpr MovieFile::Limits inRoom{.indexRoom = 64 * 1024, .largestCopy = 0};
 constexpr MovieFile::Limits noRoom{.indexRoom = 64, .largestCopy = 0};
-
-TEST_F(MovieFiles, playsWhateverItWasWhenTheProcessDied) {
-  const std::string content = unfinished(120, inRoom);
-  const Path file = path("left.mp4");
-  store(file, content);
-  EXPECT_EQ(decodingErrors(file), "");
-  EXPECT_GE(pictureCount(file), 90u);
-  EXPECT_EQ(numbersOf(probed(file, "stream=start_time", "-select_streams v")), std::vector{0.0});
-  // Until it is finished, priming is part of the sound, stamped before zero.
-  EXPECT_EQ(numbersOf(probed(file, "stream=start_time", "-select_streams a")), std::vector(2, -0.021333));
-}
 
 TEST_F(MovieFiles, repairTurnsEveryTruncationIntoAnOrdinaryMovie) {
   const std::string content = unfinished(120, inRoom);
@@ -174,19 +160,6 @@ TEST_F(MovieFiles, finishingMayBeInterruptedAnywhere) {
   check(behind, false);
 }
 
-TEST_F(MovieFiles, repairLeavesStrangersAlone) {
-  const Path file = path("stranger");
-  const std::string alien = bigEndian(16, 4) + "ftypisom" + bigEndian(0, 4) + bigEndian(9, 4) + "mdat!";
-  for (const std::string& content : {std::string(), std::string("text"), alien, std::string(100'000, '\0')}) {
-    store(file, content);
-    const auto report = repair(file);
-    ASSERT_FALSE(report);
-    EXPECT_TRUE(report.error().is(AssetWriterError::notRecoverable));
-    EXPECT_EQ(contentOf(file), content);
-  }
-  EXPECT_TRUE(repair(path("nowhere")).error().is(AssetWriterError::cannotOpenFile));
-}
-
 TEST_F(MovieFiles, repairSurvivesBrokenHeaders) {
   const std::string content = unfinished(72, inRoom);
   std::mt19937 random(7);
@@ -200,54 +173,6 @@ TEST_F(MovieFiles, repairSurvivesBrokenHeaders) {
     const auto report = repair(path("broken.mp4"));
     EXPECT_TRUE(report || !report.error().description().empty());
   }
-}
-
-/// Precoded packets at the muxer's entrance stand in for two hours of a meeting.
-TEST_F(MovieFiles, twoHoursFinishIntoTheRoomInFront) {
-  constexpr int seconds = 7200;
-  const auto video = *VideoEncoder::create(VideoSettings{64, 64, 100'000, 24, 36, true, 0.8});
-  const auto audio = *AudioEncoder::create(meetingSound);
-  std::vector<EncodedPacket> pictures;
-  std::vector<EncodedPacket> sounds;
-  const PacketSink takePicture = [&](EncodedPacket packet) { pictures.push_back(std::move(packet)); };
-  const PacketSink takeSound = [&](EncodedPacket packet) { sounds.push_back(std::move(packet)); };
-  for (int i = 0; i < 24; ++i) {
-    ASSERT_TRUE(video->encode(movingPicture(64, 64, i), i * 3750, KeyFrame::whenNeeded, takePicture));
-  }
-  ASSERT_TRUE(video->drain(takePicture));
-  ASSERT_TRUE(audio->encodeSilence(MediaTime(1, 1), takeSound));
-  ASSERT_EQ(pictures.size(), 24u);
-
-  const auto muxer = *FragmentMuxer::create({video->format(), audio->format(), audio->format()});
-  auto movie = *MovieFile::create(path("long.mp4"), MovieFile::Limits{.largestCopy = 0});
-  std::int64_t sound = 0;
-  for (int second = 0; second < seconds; ++second) {
-    for (EncodedPacket packet : pictures) {
-      packet.presentationTime += second * 90'000;
-      packet.decodeTime += second * 90'000;
-      packet.duration = 3750;
-      ASSERT_TRUE(muxer->write(0, packet));
-    }
-    for (; sound * 1024 < (second + 1) * 48'000; ++sound) {
-      EncodedPacket packet = sounds[5 + sound % 16];
-      packet.presentationTime = packet.decodeTime = (sound - 1) * 1024;
-      packet.duration = 1024;
-      for (const std::size_t track : {1, 2}) ASSERT_TRUE(muxer->write(track, packet));
-    }
-    const auto cut = muxer->cut();
-    ASSERT_TRUE(cut);
-    ASSERT_TRUE(second > 0 || movie.begin(cut->initialization));
-    ASSERT_TRUE(movie.append(cut->media));
-  }
-  const std::uint64_t sizeBefore = movie.size();
-  const auto start = std::chrono::steady_clock::now();
-  ASSERT_TRUE(movie.finish(std::nullopt));
-  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-  RecordProperty("finishMilliseconds", static_cast<int>(took.count() * 1000));
-  EXPECT_EQ(std::filesystem::file_size(path("long.mp4")), sizeBefore) << "no media was moved";
-  EXPECT_EQ(contentOf(path("long.mp4")).substr(roomBegin + 4, 4), "moov");
-  EXPECT_NEAR(durationOf(path("long.mp4")), seconds, 0.05);
-  EXPECT_EQ(probed(path("long.mp4"), "stream=nb_frames", "-select_streams v"), "172800\n");
 }
 
 }  // namespace

@@ -74,15 +74,13 @@ inline SampleBuffer pictureAt(std::shared_ptr<const PixelBuffer> picture, MediaT
 }
 
 /// Sound with one single loud sample at `click` (counted from `first`, none when it lies outside) over silence.
-inline SampleBuffer soundAt(std::int64_t first, int frames, std::int64_t click, int rate = 48'000, int channels = 2) {
+inline SampleBuffer soundAt(std::int64_t first, int frames, std::int64_t click) {
   auto block = std::make_shared<AudioBlock>();
-  block->sampleRate = rate;
-  block->channels = channels;
-  block->samples.resize(static_cast<std::size_t>(frames) * channels);
-  for (int channel = 0; channel < channels && click >= first && click < first + frames; ++channel) {
-    block->samples[(click - first) * channels + channel] = 0.9f;
+  block->samples.resize(static_cast<std::size_t>(frames) * 2);
+  for (int channel = 0; channel < 2 && click >= first && click < first + frames; ++channel) {
+    block->samples[(click - first) * 2 + channel] = 0.9f;
   }
-  return SampleBuffer::audio(std::move(block), MediaTime(first, rate));
+  return SampleBuffer::audio(std::move(block), MediaTime(first, 48'000));
 }
 
 inline SampleBuffer toneAt(std::int64_t first, int frames, double frequency = 440, int rate = 48'000,

@@ -24,7 +24,7 @@ struct Device {
   int framesPerDelivery = 480;
   double now = 0;  ///< host seconds since origin of the next frame
 
-  void deliver(HostClockTrack& track, double until, Continuity first = Continuity::continues) {
+  void deliver(HostClockTrack& track, double until) {
     std::uniform_real_distribution<double> noise(-1.0, 1.0);
     const double framePeriod = 1.0 / (sampleRate * (1 + crystalError));
     while (now + framesPerDelivery * framePeriod <= until) {
@@ -33,8 +33,7 @@ struct Device {
         samples.insert(samples.end(), 2, signal(now + frame * framePeriod));
       }
       const double stamp = origin + now + stampOffset + stampNoise * noise(random);
-      track.write({samples, sampleRate, std::llround(stamp * 1e9), first});
-      first = Continuity::continues;
+      track.write({samples, sampleRate, std::llround(stamp * 1e9), Continuity::continues});
       now += framesPerDelivery * framePeriod;
     }
   }
@@ -189,35 +188,6 @@ TEST(HostClockTrackJump, isNotSeenInAStampThatIsFarOffByItself) {
   for (std::size_t i = 48'000 * 2; i < listener.left.size(); ++i) {
     ASSERT_NEAR(listener.left[i], sine440(static_cast<double>(i) / 48'000), 0.02) << i;
   }
-}
-
-TEST(HostClockTrackRestart, takesUpAnotherDeviceAtItsOwnRateAndTime) {
-  HostClockTrack track(at(0));
-  Listener listener(track);
-  Device speakers{.signal = pulses};
-  speakers.deliver(track, 2.0);
-  Device headset{.signal = pulses, .sampleRate = 16'000, .framesPerDelivery = 160, .now = 2.25};
-  headset.deliver(track, 2.4, Continuity::restarts);
-  listener.listen(2.3);
-  headset.deliver(track, 5.0);
-  listener.listen(4.9);
-  EXPECT_EQ(*std::max_element(listener.left.begin() + 48'000 * 201 / 100, listener.left.begin() + 48'000 * 224 / 100),
-            0.0F);
-  EXPECT_NEAR(listener.rise(2.1, 0.4F), 2.25, 0.003);
-  EXPECT_NEAR(listener.rise(2.9, 0.4F), 3.0, 0.001);
-}
-
-TEST(HostClockTrackRestart, isNotBarredByAStampFromTheFuture) {
-  HostClockTrack track(at(0));
-  Listener listener(track);
-  Device confused{.signal = pulses, .now = 5'000};
-  confused.deliver(track, 5'001);
-  Device device{.signal = pulses, .now = 1.0};
-  for (double time = 1.1; time < 8; time += 0.1) {
-    device.deliver(track, time, time < 1.15 ? Continuity::restarts : Continuity::continues);
-    listener.listen(time - 0.2);
-  }
-  EXPECT_NEAR(listener.rise(5.9, 0.4F), 6.0, 0.001);
 }
 
 }  // namespace

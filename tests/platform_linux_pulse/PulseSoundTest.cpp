@@ -1,6 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include <cmath>
 #include <functional>
@@ -137,15 +135,6 @@ TEST_F(PulseSound, comesBackOnTimeAfterTheServerRestarted) {
   EXPECT_ON_TIME(beepThrough(recording, "speakers"));
 }
 
-TEST_F(PulseSound, followsTheDefaultOutput) {
-  Recording recording(systemAudio());
-  ASSERT_TRUE(recording.runUntilDelivering());
-  ASSERT_TRUE(server().control("set-default-sink headphones"));
-  ASSERT_TRUE(comesTrue([this] { return context().defaults().systemAudio->source == "headphones.monitor"; }));
-  EXPECT_ON_TIME(beepThrough(recording, "headphones"));
-  EXPECT_EQ(beepThrough(recording, "speakers"), std::nullopt);
-}
-
 TEST_F(PulseSound, isSilentWhileTheMicrophoneIsGoneAndReturnsWithAnother) {
   PulseCaptureDevices devices(context());
   EXPECT_EQ(devices.defaultAudioDevice()->name, "Microphone");
@@ -160,35 +149,6 @@ TEST_F(PulseSound, isSilentWhileTheMicrophoneIsGoneAndReturnsWithAnother) {
   ASSERT_TRUE(recording.runUntilDelivering());
   EXPECT_EQ(devices.defaultAudioDevice()->uniqueId, "headset");
   EXPECT_ON_TIME(beepThrough(recording, "voice"));
-}
-
-TEST_F(PulseSound, staysOnTimeAcrossASuspendedDeviceAndAMute) {
-  Recording recording(systemAudio());
-  ASSERT_TRUE(recording.runUntilDelivering());
-  ASSERT_TRUE(server().control("suspend-sink speakers 1"));
-  recording.runFor(1'300 * millisecond);
-  EXPECT_FALSE(recording.source().isDelivering());
-  ASSERT_TRUE(server().control("suspend-sink speakers 0"));
-  ASSERT_TRUE(recording.runUntilDelivering());
-  EXPECT_ON_TIME(beepThrough(recording, "speakers"));
-  ASSERT_TRUE(server().control("set-source-mute speakers.monitor 1"));
-  EXPECT_EQ(beepThrough(recording, "speakers"), std::nullopt);
-  ASSERT_TRUE(server().control("set-source-mute speakers.monitor 0"));
-  EXPECT_ON_TIME(beepThrough(recording, "speakers"));
-}
-
-TEST(PulseContextWithoutServer, doesNotWaitForOneThatAcceptsAndSaysNothing) {
-  std::string folder = (std::filesystem::temp_directory_path() / "deaf-server-XXXXXX").string();
-  ASSERT_TRUE(mkdtemp(folder.data()));
-  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-  std::snprintf(address.sun_path, sizeof(address.sun_path), "%s/pulse.sock", folder.c_str());
-  const int deaf = socket(AF_UNIX, SOCK_STREAM, 0);
-  ASSERT_EQ(bind(deaf, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-  ASSERT_EQ(listen(deaf, 4), 0);
-  PulseContext context("unix:" + std::string(address.sun_path));
-  EXPECT_FALSE(context.answers(std::chrono::milliseconds(200)));
-  close(deaf);
-  std::filesystem::remove_all(folder);
 }
 
 }  // namespace

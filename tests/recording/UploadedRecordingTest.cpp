@@ -50,7 +50,6 @@ TEST(UploadedRecording, isAtTheServiceWhenItStops) {
   const SimUpload& upload = r.service.uploads.begin()->second;
   EXPECT_EQ(stopped->nativeUploadFileId, upload.fileId);
   EXPECT_EQ(upload.source, "multipart-upload-screen-macos");
-  EXPECT_EQ(upload.name, "Weekly");
   EXPECT_EQ(upload.parts.size(), 2u);
   EXPECT_EQ(upload.object, r.segments(0));
   EXPECT_TRUE(r.recorder.stored.getIncompleteRecordings().empty());

@@ -97,7 +97,6 @@ std::uint64_t stepsOfAWholeUpload() {
 
 TEST(UploadFaultLoop, everyDiskOperationMayFail) {
   const std::uint64_t steps = stepsOfAWholeUpload();
-  RecordProperty("steps", static_cast<int>(steps));
   ASSERT_GT(steps, 50u);
   int completed = 0;
   for (std::uint64_t step = 1; step <= steps; ++step) {

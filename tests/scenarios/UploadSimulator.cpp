@@ -20,7 +20,7 @@ std::string textOf(const std::pair<std::string, int>& part) {
   return part.first + " part " + std::to_string(part.second);
 }
 
-bool isPulse(const SimServiceRequest& request) { return request.operation == "pulse"; }
+bool isPulse(const std::string& operation) { return operation == "pulse"; }
 
 }  // namespace
 

@@ -124,7 +124,6 @@ class LoopbackServer {
   std::string url(std::string_view target) const {
     return "http://127.0.0.1:" + std::to_string(port_) + std::string(target);
   }
-  int port() const { return port_; }
   int connectionCount() const { return connectionCount_; }
   /// Ends every connection; nothing listens on the port any more.
   void stop() {

@@ -7,7 +7,6 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -17,27 +16,6 @@
 #include "platform/sim/SimNetwork.h"
 
 namespace quillbeam {
-
-/// A request as the simulated upload service saw it.
-struct SimServiceRequest {
-  std::string operation;  ///< init, url, pulse, finalize, abort, put; empty for anything else
-  std::string method;
-  std::string path;         ///< without host and query
-  std::optional<int> part;  ///< of url and put
-  Duration time{};
-  std::size_t bodySize = 0;
-  Value body;               ///< the parsed JSON; nil when there was none
-  bool isExpected = false;  ///< method, headers and body are those of the operation
-  int status = 0;           ///< what was answered
-};
-
-struct SimStoredPart {
-  Bytes bytes;
-  std::string etag;  ///< without the quotes; empty until the part was stored
-  int puts = 0;      ///< that stored it
-  std::set<std::string> issuedUrls;
-  std::set<std::string> usedUrls;
-};
 
 /// One multipart upload at the service.
 struct SimUpload {
@@ -49,13 +27,9 @@ struct SimUpload {
   std::string uploadId;
   std::string contentType;
   std::string source;
-  std::string name;  ///< given when it was finalised
-  std::map<int, SimStoredPart> parts;
-  Bytes object;  ///< the parts in order, once finalised
-  int pulses = 0;
-  int finalizeCalls = 0;
+  std::map<int, Bytes> parts;  ///< that were stored
+  Bytes object;                ///< the parts in order, once finalised
   int finalizeEffects = 0;
-  int aborts = 0;  ///< calls
 };
 
 /// The upload service at the far side of a simulated network, for its whole machine and all processes on it: what it
@@ -87,13 +61,10 @@ class SimUploadService {
 
   // What a test looks at.
 
-  std::vector<SimServiceRequest> requests;
+  std::vector<std::string> requests;         ///< init, url, pulse, finalize, abort, put; empty for anything else
   std::map<std::string, SimUpload> uploads;  ///< by file id
 
-  int calls(std::string_view operation) const {
-    return static_cast<int>(std::ranges::count(requests, operation, &SimServiceRequest::operation));
-  }
-  bool allExpected() const { return std::ranges::all_of(requests, &SimServiceRequest::isExpected); }
+  int calls(std::string_view operation) const { return static_cast<int>(std::ranges::count(requests, operation)); }
 
  private:
   using Arguments = std::vector<std::string>;
@@ -128,39 +99,27 @@ class SimUploadService {
   }
 
   HttpResponse serve(const SimExchange& exchange) {
-    const HttpRequest& request = exchange.request;
-    const std::string url = request.url.substr(0, request.url.find('?'));
-    const std::size_t host = url.find('/', url.find("://") + 3);
-    SimServiceRequest seen{.method = request.method,
-                           .path = host == std::string::npos ? "/" : url.substr(host),
-                           .time = network_.time(),
-                           .bodySize = exchange.body.size()};
-    HttpResponse response =
-        url.starts_with(storageUrl) ? atStorage(exchange, seen) : atService(exchange, std::string_view(url), seen);
-    seen.status = response.status;
-    requests.push_back(std::move(seen));
-    return response;
+    const std::string url = exchange.request.url.substr(0, exchange.request.url.find('?'));
+    return url.starts_with(storageUrl) ? atStorage(exchange) : atService(exchange, url);
   }
 
   // ---- the service's own API
 
-  HttpResponse atService(const SimExchange& exchange, std::string_view url, SimServiceRequest& seen) {
+  HttpResponse atService(const SimExchange& exchange, std::string_view url) {
     constexpr std::string_view root = "/files/upload/multipart/";
     const std::string prefix = std::string(baseUrl) + std::string(root);
     Arguments arguments = split(url.starts_with(prefix) ? url.substr(prefix.size()) : "");
     const auto operation = std::ranges::find(operations(), arguments.front(), &Operation::name);
-    if (exchange.request.body) seen.body = parseJson(*exchange.request.body).value_or(Value());
-    const Call call{exchange.request, seen.body, {arguments.begin() + 1, arguments.end()}};
-    if (operation != operations().end() && call.arguments.size() == operation->arguments) {
-      seen.operation = operation->name;
-      seen.isExpected = isExpected(*operation, call);
-      if (operation->name == "url") seen.part = number(call.arguments.back());
-    }
+    const Value body = parseJson(exchange.request.body.value_or("")).value_or(Value());
+    const Call call{exchange.request, body, {arguments.begin() + 1, arguments.end()}};
+    const bool isKnown = operation != operations().end() && call.arguments.size() == operation->arguments;
+    requests.emplace_back(isKnown ? operation->name : "");
+    const bool isWellFormed = isKnown && isExpected(*operation, call);
     if (auto instead = interference(exchange)) return *std::move(instead);
     if (!hasHeader(exchange.request, "Authorization", "Bearer " + token)) return refusal(401, "not signed in");
-    if (seen.operation.empty()) return refusal(404, "no such operation");
+    if (!isKnown) return refusal(404, "no such operation");
     if (exchange.request.method != operation->method) return refusal(405, "another method");
-    if (!seen.isExpected) return refusal(400, "malformed request");
+    if (!isWellFormed) return refusal(400, "malformed request");
     return (this->*operation->act)(call);
   }
 
@@ -213,27 +172,22 @@ class SimUploadService {
     const std::string url = std::string(storageUrl) + "/put/" + upload->fileId + "/" + upload->uploadId + "/" +
                             std::to_string(*part) + "?signature=" + std::to_string(issued_.size() + 1) + "%2Bsigned%3D";
     issued_.emplace(url, IssuedUrl{upload->fileId, *part, network_.time() + urlLifetime});
-    upload->parts[*part].issuedUrls.insert(url);
     return answer({{"uploadUrl", url}});
   }
 
   HttpResponse pulse(const Call& call) {
     SimUpload* upload = find(call);
     if (upload == nullptr || upload->state != SimUpload::State::open) return refusal(404, "no such upload");
-    ++upload->pulses;
     return answer({});
   }
 
   HttpResponse finalize(const Call& call) {
     SimUpload* upload = find(call);
-    if (upload == nullptr) return refusal(404, "no such upload");
-    ++upload->finalizeCalls;
-    if (upload->state != SimUpload::State::open) return refusal(404, "no such upload");
+    if (upload == nullptr || upload->state != SimUpload::State::open) return refusal(404, "no such upload");
     if (call.body.at("file").at("contentType") != Value(upload->contentType)) return refusal(400, "another type");
     std::optional<Bytes> object = assembled(*upload);
     if (!object) return refusal(400, "parts are missing or of a wrong size");
     upload->object = *std::move(object);
-    upload->name = *call.body.at("file").at("name").asString();
     upload->state = SimUpload::State::finalized;
     ++upload->finalizeEffects;
     return answer({});
@@ -241,11 +195,9 @@ class SimUploadService {
 
   HttpResponse abort(const Call& call) {
     SimUpload* upload = find(call);
-    if (upload == nullptr) return refusal(404, "no such upload");
-    ++upload->aborts;
-    if (upload->state != SimUpload::State::open) return refusal(404, "no such upload");
+    if (upload == nullptr || upload->state != SimUpload::State::open) return refusal(404, "no such upload");
     upload->state = SimUpload::State::aborted;
-    for (auto& [number, part] : upload->parts) part.bytes.clear();
+    upload->parts.clear();
     return answer({});
   }
 
@@ -255,10 +207,9 @@ class SimUploadService {
     int expected = 1;
     bool isComplete = false;  // a part of another size ends the object
     for (const auto& [number, part] : upload.parts) {
-      if (part.puts == 0) continue;
       if (number != expected++ || isComplete) return std::nullopt;
-      isComplete = static_cast<std::int64_t>(part.bytes.size()) != partSize;
-      object.insert(object.end(), part.bytes.begin(), part.bytes.end());
+      isComplete = static_cast<std::int64_t>(part.size()) != partSize;
+      object.insert(object.end(), part.begin(), part.end());
     }
     if (expected == 1) return std::nullopt;
     return object;
@@ -266,13 +217,11 @@ class SimUploadService {
 
   // ---- the storage behind presigned addresses
 
-  HttpResponse atStorage(const SimExchange& exchange, SimServiceRequest& seen) {
+  HttpResponse atStorage(const SimExchange& exchange) {
     const HttpRequest& request = exchange.request;
     const auto url = issued_.find(request.url);
     const bool hasToken = HttpResponse{.headers = request.headers}.header("Authorization") != nullptr;
-    const Arguments path = split(seen.path);
-    if (path.size() > 1 && path[1] == "put") seen.operation = "put", seen.part = number(path.back());
-    seen.isExpected = seen.operation == "put" && request.method == "PUT" && !hasToken;
+    requests.emplace_back("put");
     if (auto instead = interference(exchange)) return *std::move(instead);
     if (request.method != "PUT") return refusal(405, "another method");
     if (hasToken) return refusal(400, "signed twice");
@@ -282,11 +231,8 @@ class SimUploadService {
 
   HttpResponse store(const SimExchange& exchange, SimUpload& upload, int number) {
     if (upload.state != SimUpload::State::open) return refusal(404, "no such upload");
-    SimStoredPart& part = upload.parts[number];
-    part.usedUrls.insert(exchange.request.url);
-    part.bytes.assign(exchange.body.begin(), exchange.body.end());
-    part.etag = "etag-" + std::to_string(number) + "-" + std::to_string(++part.puts);
-    return {.status = 200, .headers = {{"ETag", "\"" + part.etag + "\""}}};
+    upload.parts[number].assign(exchange.body.begin(), exchange.body.end());
+    return {.status = 200, .headers = {{"ETag", "\"etag-" + std::to_string(number) + "\""}}};
   }
 
   // ---- small things

@@ -19,11 +19,6 @@ namespace quillbeam {
 
 /// The upload room of one process.
 struct UploadProcess {
-  struct Posted {
-    std::string name;
-    ValueMap userInfo;
-  };
-
   explicit UploadProcess(SimWorld& simWorld)
       : world(simWorld),
         platform(simWorld.platform()),
@@ -31,13 +26,7 @@ struct UploadProcess {
         storage(platform),
         notifications(platform.dispatch.main()),
         manager(platform, apiClient, storage, notifications),
-        tasks(platform.dispatch.main()) {
-    for (const char* name :
-         {"macRecordingEntryUpdate", "macUploadProgressUpdated", "macUploadCompleted", "macUploadFailed"}) {
-      observations.push_back(
-          notifications.observe(name, [this, name](const ValueMap& userInfo) { posted.push_back({name, userInfo}); }));
-    }
-  }
+        tasks(platform.dispatch.main()) {}
 
   /// Runs the task, and time, until it has ended.
   template <class T>
@@ -48,15 +37,11 @@ struct UploadProcess {
     return ended ? *std::move(ended) : Result<T>(CommonError::cancelled);
   }
 
-  int count(std::string_view name) const { return static_cast<int>(std::ranges::count(posted, name, &Posted::name)); }
-
   SimWorld& world;
   Platform platform;
   MacNativeApiClient apiClient;
   MacNativeUploadSessionStorage storage;
   NotificationCenter notifications;
-  std::vector<Posted> posted;
-  std::vector<std::unique_ptr<NotificationCenter::Observation>> observations;
   MacNativeBackgroundUploadManager manager;
   TaskScope tasks;
 };

@@ -9,19 +9,15 @@ using namespace std::chrono_literals;
 namespace quillbeam {
 namespace {
 
-using State = MacUploadSessionState;
-
 /// A machine with a file of so many bytes, being uploaded.
 struct Upload {
   explicit Upload(std::int64_t size) : machine(1, FileUpload::partSize), source(static_cast<std::size_t>(size)) {
     for (std::size_t i = 0; i < source.size(); ++i) source[i] = static_cast<std::uint8_t>(i * 31 + (i >> 16));
     EXPECT_TRUE(machine.world.files.createDirectories("/home/user/Videos"));
     EXPECT_TRUE(machine.world.files.writeAtomically("/home/user/Videos/talk.mp4", ByteChain(source)));
-    makeUpload();
-  }
-  void makeUpload(Path file = "/home/user/Videos/talk.mp4") {
+    const FileUpload::Request request{"/home/user/Videos/talk.mp4", "team", "folder", "talk", "video/mp4"};
     upload = std::make_unique<FileUpload>(machine.process->platform, machine.manager(), machine.process->notifications,
-                                          FileUpload::Request{std::move(file), "team", "folder", "talk", "video/mp4"});
+                                          request);
   }
   Result<void> run() { return machine.process->await(upload->run()); }
   void begin() {
@@ -47,23 +43,10 @@ TEST(FileUpload, neverHasMoreThanTheWindowUnconfirmed) {
     return SimFate{.latency = exchange.isTransfer ? 3s : 20ms};
   };
   ASSERT_TRUE(test.run());
-  EXPECT_EQ(most, std::size_t{FileUpload::mostUnconfirmedParts});
+  EXPECT_LE(most, std::size_t{FileUpload::mostUnconfirmedParts});
+  EXPECT_GE(most, std::size_t{BackgroundTransferSession::mostRunningTransfers}) << "no slot stays empty";
   EXPECT_TRUE(test.isWhole());
   EXPECT_EQ(test.machine.service.uploads.at("file-1").source, "multipart-upload-file-macos");
-  const auto status = test.status();
-  EXPECT_EQ(status.phase, FileUpload::Phase::ended);
-  EXPECT_EQ(status.confirmedParts, 10);
-}
-
-TEST(FileUpload, handsAPartOverAgainWhenThatFailed) {
-  Upload test(FileUpload::partSize + 1);
-  int refusals = 4;
-  test.machine.service.interfere = [&](const SimExchange& exchange) -> std::optional<HttpResponse> {
-    if (!UploadWorld::isCall(exchange, "url") || --refusals < 0) return std::nullopt;
-    return HttpResponse{.status = 502};
-  };
-  ASSERT_TRUE(test.run());
-  EXPECT_TRUE(test.isWhole());
 }
 
 TEST(FileUpload, abortsWhenAPartCannotBeHandedOver) {
@@ -73,29 +56,6 @@ TEST(FileUpload, abortsWhenAPartCannotBeHandedOver) {
   EXPECT_TRUE(ended.error().is(MacBackgroundUploadError::failedToWriteTempFile));
   EXPECT_EQ(test.machine.service.uploads.at("file-1").state, SimUpload::State::aborted);
   EXPECT_FALSE(test.machine.manager().activeSession());
-}
-
-TEST(FileUpload, reportsThePartThatWasGivenUp) {
-  Upload test(FileUpload::partSize + 1);
-  test.machine.service.interfere = [](const SimExchange& exchange) -> std::optional<HttpResponse> {
-    if (!UploadWorld::isPut(exchange, 1)) return std::nullopt;
-    return HttpResponse{.status = 500};
-  };
-  const auto ended = test.run();
-  ASSERT_FALSE(ended);
-  EXPECT_TRUE(ended.error().is(FileUploadError::partGivenUp));
-  EXPECT_EQ(ended.error().description(), "Part 1 failed 5 times: HTTP error: 500");
-  EXPECT_EQ(test.status().lastError, "HTTP error: 500");
-}
-
-TEST(FileUpload, refusesWhatIsNoFileToUpload) {
-  Upload test(0);
-  EXPECT_TRUE(test.run().error().is(FileUploadError::emptyFile));
-  test.makeUpload("/home/user/Videos");
-  EXPECT_TRUE(test.run().error().is(FileUploadError::notAFile));
-  test.makeUpload("/nowhere");
-  EXPECT_EQ(test.run().error().code(), ENOENT);
-  EXPECT_TRUE(test.machine.service.requests.empty());
 }
 
 TEST(FileUpload, abortsWhenTheFileBecomesShorter) {
@@ -109,22 +69,6 @@ TEST(FileUpload, abortsWhenTheFileBecomesShorter) {
   EXPECT_TRUE(test.run().error().is(FileUploadError::fileChanged));
   test.machine.advance(1s);
   EXPECT_EQ(test.machine.service.uploads.at("file-1").state, SimUpload::State::aborted);
-}
-
-TEST(FileUpload, isAbortedByStoppingItWhileItIsFed) {
-  Upload test(9 * FileUpload::partSize);
-  test.machine.world.network.fate = [](const SimExchange& exchange) {
-    return SimFate{.latency = exchange.isTransfer ? 20s : 20ms};
-  };
-  test.begin();
-  test.machine.advance(5s);
-  EXPECT_GT(test.status().bytesInFlight, 0);
-  test.upload->stop();
-  test.machine.advance(1s);
-  ASSERT_TRUE(test.outcome);
-  EXPECT_TRUE(test.outcome->error().is(CommonError::cancelled));
-  EXPECT_EQ(test.machine.service.uploads.at("file-1").state, SimUpload::State::aborted);
-  EXPECT_TRUE(test.machine.partFiles().empty());
 }
 
 TEST(FileUpload, goesOnAsLongAsBytesMove) {

@@ -20,6 +20,28 @@ namespace quillbeam {
 
 namespace {
 
+/// The kernel copies from cache to cache; where it cannot, the bytes come through here.
+Result<void> copyAll(const FilePiece& from, const FileDescriptor& to, const Path& path) {
+  constexpr std::int64_t step = 256 * 1024;
+  TRY(const FileDescriptor source, openFile(from.file, O_RDONLY));
+  Bytes buffer;
+  for (std::int64_t done = 0; done < from.count;) {
+    off_t at = from.offset + done;
+    const auto left = static_cast<std::size_t>(from.count - done);
+    ssize_t copied = buffer.empty() ? ::copy_file_range(source.get(), &at, to.get(), nullptr, left, 0) : -1;
+    if (copied < 0 && buffer.empty() && errno == EINTR) continue;
+    if (copied < 0) {
+      buffer.resize(static_cast<std::size_t>(std::min(step, from.count - done)));
+      copied = ::pread(source.get(), buffer.data(), buffer.size(), from.offset + done);
+      if (copied < 0) return systemError("read " + from.file, errno);
+      TRY_VOID(writeAll(to, ByteChain(Bytes(buffer.begin(), buffer.begin() + copied)), path));
+    }
+    if (copied == 0) return FilesError::endOfFile;
+    done += copied;
+  }
+  return success;
+}
+
 /// A fresh file that is removed again unless it was kept: failing half-way leaves nothing behind.
 class UnfinishedFile {
  public:
@@ -34,14 +56,22 @@ class UnfinishedFile {
 
   Result<void> fill(const ByteChain& bytes, Durability durability) {
     TRY_VOID(writeAll(file_, bytes, path_));
+    return complete(durability);
+  }
+  Result<void> copy(const FilePiece& from) {
+    TRY_VOID(copyAll(from, file_, path_));
+    return complete(Durability::durable);
+  }
+  void keep() { path_.clear(); }
+
+ private:
+  Result<void> complete(Durability durability) {
     if (durability == Durability::durable) TRY_VOID(syncContent(file_, path_));
     // Network file systems report a full disk only here.
     if (const int error = file_.close(); error != 0) return systemError("close " + path_, error);
     return success;
   }
-  void keep() { path_.clear(); }
 
- private:
   FileDescriptor file_;
   Path path_;
 };
@@ -100,6 +130,15 @@ Result<void> PosixFiles::writeAtomically(const Path& path, const ByteChain& byte
   TRY_VOID(rename(temporary.path(), path));
   temporary.keep();
   return syncDirectory(directory);
+}
+
+Result<void> PosixFiles::copyNew(const FilePiece& from, const Path& path) {
+  TRY(FileDescriptor file, openFile(path, O_WRONLY | O_CREAT | O_EXCL));
+  UnfinishedFile created(std::move(file), path);
+  TRY_VOID(created.copy(from));
+  TRY_VOID(syncDirectory(Path(parentDirectory(path))));
+  created.keep();
+  return success;
 }
 
 Result<void> PosixFiles::writeNew(const Path& path, const ByteChain& bytes, Durability durability) {
