@@ -100,7 +100,9 @@ Result<RunningNativeHalf> findRunningNativeHalf(Files& files, const Places& plac
   if (lock) return LocalSocketError::notListening;
   if (!lock.error().is(FilesError::locked)) return lock.error();
   const std::string* note = lock.error().payload() == nullptr ? nullptr : lock.error().payload()->asString();
-  TRY(const Value holder, parseJson(note == nullptr ? "" : *note));
+  // Somebody else who only looks, as we do, holds it for a moment.
+  if (note == nullptr || note->empty()) return LocalSocketError::notListening;
+  TRY(const Value holder, parseJson(*note));
   return fromValue<RunningNativeHalf>(holder);
 }
 

@@ -11,7 +11,7 @@ namespace {
 using namespace std::chrono_literals;
 
 /// While one part's file waits for the device the next one can be written.
-constexpr std::size_t mostHandOversAtATime = 3;
+constexpr std::size_t mostHandOversAtATime = 6;
 constexpr int mostHandOvers = MacNativeUploadSession::mostAttemptsPerPart;
 constexpr Duration betweenHandOvers = 2s;
 const MediaTime longestStandstill = MediaTime(120, 1);
@@ -231,7 +231,7 @@ Result<void> FileUpload::checkForPartGivenUp(const MacNativeUploadSession& sessi
   const auto part = std::ranges::find_if(
       session.failedParts, [](const MacFailedPart& failed) { return failed.retryCount >= mostHandOvers; });
   return Error(FileUploadError::partGivenUp)
-      .withDescription("Part " + std::to_string(part->partNumber) + " failed " + std::to_string(part->retryCount) +
+      .withDescription("Part #" + std::to_string(part->partNumber) + " failed " + std::to_string(part->retryCount) +
                        " times: " + part->lastError);
 }
 

@@ -31,7 +31,7 @@ class FileUpload : public WeaklyHeld {
   static constexpr std::int64_t partSize = 5'242'880;
   /// Twice what is transferred at a time: the disk stays ahead of the network, and no more than this lies on disk
   /// twice.
-  static constexpr int mostUnconfirmedParts = 2 * BackgroundTransferSession::mostRunningTransfers;
+  static constexpr int mostUnconfirmedParts = 3 * BackgroundTransferSession::mostRunningTransfers;
 
   struct Request {
     Path file;

@@ -51,7 +51,7 @@ class PartFiles {
   Files& files_;
   const Logger& logger_;
   std::optional<Path> directory_;
-  std::array<std::unique_ptr<DispatchQueue>, 3> writeQueues_;
+  std::array<std::unique_ptr<DispatchQueue>, 6> writeQueues_;
   std::size_t nextWriteQueue_ = 0;
   std::unique_ptr<DispatchQueue> diskQueue_;  // last: it runs what waits on it before the rest goes
 };

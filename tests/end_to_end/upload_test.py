@@ -77,7 +77,7 @@ class Upload(unittest.TestCase):
             home.make_file(3 * PART_SIZE)
             run = home.quillbeam("upload", "talk.mp4", *PLACE)
             self.assertEqual(7, run.code, run)
-            self.assertIn("Part 2 failed 5 times: HTTP error: 500", run.err)
+            self.assertIn("Part #2 failed 5 times: HTTP error: 500", run.err)
             puts = [put for put in service.requests("put") if put["part"] == 2]
             self.assertEqual(5, len(puts))
             record = home.record()

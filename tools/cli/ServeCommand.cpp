@@ -17,6 +17,8 @@ using namespace std::chrono_literals;
 
 /// Long enough to finish any file; a session's end does not wait for ever.
 constexpr Duration longestShutDown = 20s;
+constexpr int mostAttempts = 30;
+constexpr Duration betweenAttempts = 100ms;
 
 [[noreturn]] void endNow(std::string_view why) {
   complain(why);
@@ -40,10 +42,15 @@ Task<ExitCode> ServeCommand::serve(CommandWorld& world, Interrupts& interrupts) 
   Platform& platform = world.platform();
   const Path socketPath = socket_.empty() ? defaultSocketPath(platform.places) : absolutePath(socket_);
   auto half = NativeHalf::create(platform, {"serve", socketPath});
-  if (!half && half.error().is(FilesError::locked)) {
-    CO_TRY(const auto running, findRunningNativeHalf(platform.files, platform.places));
-    complain(describe(running));
-    co_return ExitCode::failed;
+  for (int attempt = 1; attempt < mostAttempts && !half && half.error().is(FilesError::locked); ++attempt) {
+    const auto running = findRunningNativeHalf(platform.files, platform.places);
+    if (running) {
+      complain(describe(*running));
+      co_return ExitCode::failed;
+    }
+    // A client that looks for a native half holds the lock for a moment.
+    CO_TRY_VOID(co_await delay(platform.dispatch.main(), betweenAttempts));
+    half = NativeHalf::create(platform, {"serve", socketPath});
   }
   if (!half) co_return half.error();
   CO_TRY_VOID(co_await interrupts.wait());
