@@ -16,8 +16,9 @@ set(LAYER_platform_linux_x11 base platform)
 set(LAYER_platform_linux_pulse base platform platform_linux_capture)
 set(LAYER_platform_linux_capture base platform platform_linux_x11)
 set(LAYER_platform_linux_curl base platform)
+set(LAYER_platform_linux_qt base platform)
 set(LAYER_platform_linux base platform platform_linux_posix platform_linux_ffmpeg platform_linux_x11
-    platform_linux_pulse platform_linux_capture platform_linux_curl)
+    platform_linux_pulse platform_linux_capture platform_linux_curl platform_linux_qt)
 
 # quillbeam_room(<room> [LIBRARIES <library targets>…]): the folder is the room's name with "_" as "/".
 function(quillbeam_room room)
@@ -26,7 +27,8 @@ function(quillbeam_room room)
   file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/${folder}/*.cpp)
   if(room STREQUAL "platform")
     file(GLOB media CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/platform/media/*.cpp
-         ${PROJECT_SOURCE_DIR}/src/platform/capture/*.cpp ${PROJECT_SOURCE_DIR}/src/platform/network/*.cpp)
+         ${PROJECT_SOURCE_DIR}/src/platform/capture/*.cpp ${PROJECT_SOURCE_DIR}/src/platform/network/*.cpp
+         ${PROJECT_SOURCE_DIR}/src/platform/desktop/*.cpp)
     list(APPEND sources ${media})
   endif()
   if(NOT sources)

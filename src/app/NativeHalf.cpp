@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "app/AppDelegate.h"
 #include "app/MainFlutterWindow.h"
 #include "app/SocketMessenger.h"
 #include "base/Json.h"
@@ -44,7 +45,17 @@ struct NativeHalf::Parts {
         journal(world.files, world.places, world.random),
         manager(world, journal, {apiClient, uploads, storedRecordings, notifications}),
         repair(world, journal),
+        appDelegate(world, {apiClient, uploadStorage, uploads}),
         tasks(world.dispatch.main()) {}
+
+  void showWindow() {
+    appDelegate.setMainWindow(window.get());
+    messenger->onClientsChanged([this] {
+      window->setUserInterfaceState(messenger->clientCount() > 0 ? UserInterfaceState::connected
+                                                                 : UserInterfaceState::missing);
+    });
+    window->show();
+  }
 
   Platform& platform;
   const Options options;
@@ -58,6 +69,7 @@ struct NativeHalf::Parts {
   MacRecorderManager manager;
   RecordingRepair repair;
   std::unique_ptr<SocketMessenger> messenger;
+  AppDelegate appDelegate;
   std::unique_ptr<MainFlutterWindow> window;
   TaskScope tasks;
 };
@@ -71,13 +83,14 @@ Result<std::unique_ptr<NativeHalf>> NativeHalf::create(Platform& platform, Optio
   const Path& socketPath = parts->options.socketPath;
   TRY_VOID(platform.files.createDirectories(Path(parentDirectory(socketPath))));
   TRY(parts->messenger, SocketMessenger::listen(platform.localSockets, socketPath, platform.dispatch.main()));
+  parts->appDelegate.applicationWillFinishLaunching();
   parts->window = std::make_unique<MainFlutterWindow>(
       platform, *parts->messenger,
-      MainFlutterWindow::Services{parts->notifications, parts->manager, parts->apiClient, parts->uploadStorage,
-                                  parts->uploads, parts->storedRecordings});
+      MainFlutterWindow::Services{parts->appDelegate, parts->notifications, parts->manager, parts->apiClient,
+                                  parts->uploadStorage, parts->uploads, parts->storedRecordings});
   parts->tasks.start(parts->repair.run());
-  parts->tasks.start(
-      launchUploads(platform, parts->apiClient, parts->uploadStorage, parts->uploads, parts->options.resumeUploads));
+  parts->showWindow();
+  parts->appDelegate.applicationDidFinishLaunching(parts->options.resumeUploads);
   return std::unique_ptr<NativeHalf>(new NativeHalf(std::move(parts)));
 }
 

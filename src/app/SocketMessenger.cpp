@@ -24,11 +24,13 @@ void SocketMessenger::accept(std::unique_ptr<LocalConnection> connection) {
       *clients_.emplace(peer, std::make_unique<FrameConnection>(queue_, std::move(connection))).first->second;
   addPeer(peer, [&client](Frame frame) { client.send(std::move(frame)); });
   client.start([this, peer](Frame frame) { receive(peer, std::move(frame)); }, [this, peer] { remove(peer); });
+  if (clientsChanged_) clientsChanged_();
 }
 
 void SocketMessenger::remove(PeerId peer) {
   removePeer(peer);
   clients_.erase(peer);
+  if (clientsChanged_) clientsChanged_();
   if (clients_.empty() && allGone_) (*allGone_)(success);
 }
 

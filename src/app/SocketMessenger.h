@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -20,6 +21,8 @@ class SocketMessenger final : public FrameMessenger {
   static Result<std::unique_ptr<SocketMessenger>> listen(LocalSockets& sockets, const Path& path, DispatchQueue& queue);
   ~SocketMessenger() override;
 
+  /// `changed` is called after every change of `clientCount`.
+  void onClientsChanged(std::function<void()> changed) { clientsChanged_ = std::move(changed); }
   std::size_t clientCount() const { return clients_.size(); }
   /// Accepts nobody any more, lets what was sent go out, and ends when every client is disconnected; `deadline` bounds
   /// it. Before the end of the process, so that the last replies arrive. Called once.
@@ -35,6 +38,7 @@ class SocketMessenger final : public FrameMessenger {
   std::unique_ptr<LocalListener> listener_;
   std::uint64_t lastClient_ = 0;
   std::map<PeerId, std::unique_ptr<FrameConnection>> clients_;
+  std::function<void()> clientsChanged_;
   std::optional<Completion<void>> allGone_;
 };
 

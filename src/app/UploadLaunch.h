@@ -10,9 +10,15 @@ namespace quillbeam {
 
 enum class ResumeUploads { yes, no };
 
+/// The services that a launch puts to work; they outlive what it starts.
+struct LaunchedUploads {
+  MacNativeApiClient& apiClient;
+  MacNativeUploadSessionStorage& storage;
+  MacNativeBackgroundUploadManager& manager;
+};
+
 /// What a launch does about uploads: goes on with those of former processes when a service is configured, removes the
-/// records of old ones and the files that nobody owns. Main queue; the references outlive the task.
-Task<void> launchUploads(Platform& platform, MacNativeApiClient& apiClient, MacNativeUploadSessionStorage& storage,
-                         MacNativeBackgroundUploadManager& manager, ResumeUploads resume);
+/// records of old ones and the files that nobody owns. Main queue.
+Task<void> launchUploads(Platform& platform, LaunchedUploads uploads, ResumeUploads resume);
 
 }  // namespace quillbeam

@@ -14,6 +14,8 @@
 #include "platform/UserDefaults.h"
 #include "platform/capture/CaptureDevices.h"
 #include "platform/capture/ScreenCapture.h"
+#include "platform/desktop/UserNotifications.h"
+#include "platform/desktop/WindowSystem.h"
 #include "platform/media/AssetWriter.h"
 #include "platform/network/Network.h"
 
@@ -36,6 +38,8 @@ struct Platform {
   ScreenCapture& screenCapture;
   CaptureDevices& captureDevices;
   MediaWriters& mediaWriters;
+  WindowSystem& windowSystem;
+  UserNotifications& userNotifications;
   Network& network;
   ProcessMemory& processMemory;
 };

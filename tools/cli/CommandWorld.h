@@ -16,10 +16,12 @@ class CommandWorld {
   /// What SIGINT, SIGTERM and SIGHUP do: end the process, or wait for `Interrupts`.
   enum class Signals { endProcess, areWatched };
 
-  CommandWorld(LinuxPlatform::DiagnosticLines lines, Signals signals);
+  CommandWorld(LinuxPlatform::DiagnosticLines lines, Signals signals,
+               LinuxPlatform::Windows windows = LinuxPlatform::Windows::none);
 
   Platform& platform() { return linux_.platform(); }
-  /// For `Signals::areWatched`, once: `received` runs on the main queue.
+  /// For `Signals::areWatched`, once: `received` runs on the main queue, also when the desktop wants the process to
+  /// end.
   void deliverSignals(std::function<void()> received);
 
   /// Drives the main loop until the command has ended. An error is told to the user and means `failed`.

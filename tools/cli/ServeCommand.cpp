@@ -4,8 +4,10 @@
 
 #include <chrono>
 
+#include "app/ChannelNames.h"
 #include "app/NativeHalf.h"
 #include "cli/Messages.h"
+#include "cli/NativeClient.h"
 #include "cli/NativeHost.h"
 #include "cli/OutputFile.h"
 
@@ -33,9 +35,24 @@ ServeCommand::ServeCommand(CLI::App& program)
 }
 
 ExitCode ServeCommand::run() {
-  CommandWorld world(LinuxPlatform::DiagnosticLines::standardOutput, CommandWorld::Signals::areWatched);
+  CommandWorld world(LinuxPlatform::DiagnosticLines::standardOutput, CommandWorld::Signals::areWatched,
+                     LinuxPlatform::Windows::onTheDisplay);
   Interrupts interrupts(world, [] { endNow("stopped at once; a recording that ran is repaired at the next start"); });
   return world.run(serve(world, interrupts));
+}
+
+Task<ExitCode> ServeCommand::reopen(Platform& platform, RunningNativeHalf running) {
+  const std::string who = describe(running);
+  auto client = NativeClient::connect(platform, running.socketPath);
+  if (client) {
+    const auto shown = co_await (*client)->ask(channel_names::application, "reopen");
+    if (shown && shown->asBool().value_or(false)) {
+      complain(who + "; its window is in front now");
+      co_return ExitCode::ok;
+    }
+  }
+  complain(who);
+  co_return ExitCode::failed;
 }
 
 Task<ExitCode> ServeCommand::serve(CommandWorld& world, Interrupts& interrupts) {
@@ -44,10 +61,7 @@ Task<ExitCode> ServeCommand::serve(CommandWorld& world, Interrupts& interrupts) 
   auto half = NativeHalf::create(platform, {"serve", socketPath});
   for (int attempt = 1; attempt < mostAttempts && !half && half.error().is(FilesError::locked); ++attempt) {
     const auto running = findRunningNativeHalf(platform.files, platform.places);
-    if (running) {
-      complain(describe(*running));
-      co_return ExitCode::failed;
-    }
+    if (running) co_return co_await reopen(platform, *running);
     // A client that looks for a native half holds the lock for a moment.
     CO_TRY_VOID(co_await delay(platform.dispatch.main(), betweenAttempts));
     half = NativeHalf::create(platform, {"serve", socketPath});

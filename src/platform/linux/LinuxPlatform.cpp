@@ -17,6 +17,9 @@
 #include "platform/linux/pulse/PulseCaptureDevices.h"
 #include "platform/linux/pulse/PulseContext.h"
 #include "platform/linux/pulse/PulseSoundSources.h"
+#include "platform/linux/qt/DBusUserNotifications.h"
+#include "platform/linux/qt/QtWindowSystem.h"
+#include "platform/linux/x11/X11Connection.h"
 #include "platform/linux/x11/X11Permissions.h"
 
 namespace quillbeam {
@@ -51,10 +54,27 @@ std::unique_ptr<StandardOutput> makeLines(LinuxPlatform::DiagnosticLines lines, 
   std::unreachable();
 }
 
+/// Of processes that show no windows.
+class NoWindowSystem final : public WindowSystem {
+ public:
+  void setApplicationDelegate(ApplicationDelegate*) override {}
+  Result<std::unique_ptr<MainWindow>> makeMainWindow(MainWindow::Delegate&) override {
+    return WindowSystemError::noDisplay;
+  }
+};
+
+std::unique_ptr<QtWindowSystem> makeWindowSystem(LinuxPlatform::Windows windows, LinuxDispatch& dispatch,
+                                                 SystemLog& log) {
+  if (windows == LinuxPlatform::Windows::none || !X11Connection::open({})) return nullptr;
+  return std::make_unique<QtWindowSystem>(log,
+                                          QtWindowSystem::Options{.mainDescriptor = dispatch.mainDescriptor(),
+                                                                  .drainMain = [&dispatch] { dispatch.drainMain(); }});
+}
+
 }  // namespace
 
 struct LinuxPlatform::Parts {
-  explicit Parts(DiagnosticLines diagnosticLines)
+  Parts(DiagnosticLines diagnosticLines, Windows windows)
       : standardError(STDERR_FILENO),
         log(makeSystemLog(standardError)),
         lines(makeLines(diagnosticLines, *log)),
@@ -63,6 +83,8 @@ struct LinuxPlatform::Parts {
         sounds(pulse),
         captureDevices(pulse),
         screenCapture(dispatch, sounds, *log),
+        qt(makeWindowSystem(windows, dispatch, *log)),
+        userNotifications(dispatch, sessionBusAddress()),
         network(dispatch) {}
 
   // The logs first: work on the global queue may log until the dispatch is gone.
@@ -82,6 +104,9 @@ struct LinuxPlatform::Parts {
   LinuxScreenCapture screenCapture;
   FfmpegMediaWriters mediaWriters;
   ProcMemory processMemory;
+  std::unique_ptr<QtWindowSystem> qt;
+  NoWindowSystem noWindows;
+  DBusUserNotifications userNotifications;
   CurlNetwork network;
   Platform platform{.processId = getpid(),
                     .dispatch = dispatch,
@@ -97,14 +122,30 @@ struct LinuxPlatform::Parts {
                     .screenCapture = screenCapture,
                     .captureDevices = captureDevices,
                     .mediaWriters = mediaWriters,
+                    .windowSystem = qt ? static_cast<WindowSystem&>(*qt) : noWindows,
+                    .userNotifications = userNotifications,
                     .network = network,
                     .processMemory = processMemory};
 };
 
-LinuxPlatform::LinuxPlatform(DiagnosticLines lines) : parts_(std::make_unique<Parts>(lines)) {}
+LinuxPlatform::LinuxPlatform(DiagnosticLines lines, Windows windows)
+    : parts_(std::make_unique<Parts>(lines, windows)) {}
 LinuxPlatform::~LinuxPlatform() = default;
 
 Platform& LinuxPlatform::platform() { return parts_->platform; }
-LinuxDispatch& LinuxPlatform::dispatch() { return parts_->dispatch; }
+
+void LinuxPlatform::run() {
+  if (parts_->qt) return parts_->qt->run();
+  parts_->dispatch.runMain();
+}
+
+void LinuxPlatform::stop() {
+  if (parts_->qt) return parts_->qt->stop();
+  parts_->dispatch.stopMain();
+}
+
+void LinuxPlatform::onDesktopEnd(std::function<void()> ended) {
+  if (parts_->qt) parts_->qt->onEnd(std::move(ended));
+}
 
 }  // namespace quillbeam

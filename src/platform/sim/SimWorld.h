@@ -5,6 +5,7 @@
 #include "platform/Platform.h"
 #include "platform/sim/SeededRandom.h"
 #include "platform/sim/SimCaptureDevices.h"
+#include "platform/sim/SimDesktop.h"
 #include "platform/sim/SimDispatch.h"
 #include "platform/sim/SimFiles.h"
 #include "platform/sim/SimLogging.h"
@@ -49,6 +50,8 @@ class SimWorld {
             .screenCapture = screenCapture,
             .captureDevices = captureDevices,
             .mediaWriters = mediaWriters,
+            .windowSystem = windowSystem,
+            .userNotifications = userNotifications,
             .network = network,
             .processMemory = processMemory};
   }
@@ -81,6 +84,8 @@ class SimWorld {
   SimScreenCapture screenCapture{dispatch};
   SimCaptureDevices captureDevices{dispatch};
   SimMediaWriters mediaWriters{dispatch, files};
+  SimWindowSystem windowSystem;
+  SimUserNotifications userNotifications;
   SystemVersion systemVersion;
   SimProcessMemory processMemory;
   Places places{.applicationSupport = "/home/user/.local/share",
