@@ -45,7 +45,7 @@ struct NativeHalf::Parts {
         journal(world.files, world.places, world.random),
         manager(world, journal, {apiClient, uploads, storedRecordings, notifications}),
         repair(world, journal),
-        appDelegate(world, {apiClient, uploadStorage, uploads}),
+        appDelegate(world, {apiClient, uploadStorage, uploads, storedRecordings}),
         tasks(world.dispatch.main()) {}
 
   void showWindow() {

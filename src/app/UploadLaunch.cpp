@@ -18,8 +18,9 @@ Task<void> launchUploads(Platform& platform, LaunchedUploads uploads, ResumeUplo
   } else if (resume == ResumeUploads::yes) {
     logger.info("ℹ️ Native API not configured yet - will resume uploads when configured");
   }
-  auto cleanUp = [storage = &uploads.storage]() -> Result<void> {
+  auto cleanUp = [storage = &uploads.storage, recordings = &uploads.storedRecordings]() -> Result<void> {
     storage->cleanupOldSessions(keepEndedSessionsDays);
+    recordings->sweepLeftovers();
     return success;
   };
   CO_TRY_VOID(co_await runOn<void>(platform.dispatch.global(), cleanUp));

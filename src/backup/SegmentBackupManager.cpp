@@ -103,6 +103,19 @@ Result<void> SegmentBackupManager::write(const ByteChain& bytes, const FMP4Segme
   return success;
 }
 
+Task<ByteChain> SegmentBackupManager::readSegment(FMP4SegmentInfo segment) {
+  auto work = [this, segment = std::move(segment)] { return read(segment); };
+  co_return co_await runOn<ByteChain>(*segmentQueue_, std::move(work));
+}
+
+Result<ByteChain> SegmentBackupManager::read(const FMP4SegmentInfo& segment) {
+  segmentQueue_->assertCurrent();
+  if (!directory_) return notRecording();
+  TRY(Bytes bytes, files_.read(joined(*directory_, segmentFileName(segment))));
+  if (static_cast<std::int64_t>(bytes.size()) != segment.size) return FilesError::endOfFile;
+  return ByteChain(std::move(bytes));
+}
+
 void SegmentBackupManager::saveMetadata() {
   segmentQueue_->assertCurrent();
   const auto written = writeMetadata(files_, *directory_, *metadata_);

@@ -38,6 +38,8 @@ class SegmentBackupManager {
   std::string startNewRecording(SegmentBackupDescription description);
   /// Resumes when the segment is on the device and named, or with the reason why it is not.
   Task<void> saveSegment(ByteChain bytes, SegmentKind kind, std::int64_t segmentIndex);
+  /// The bytes of a segment that was saved; `FilesError::endOfFile` when its file is not what was written.
+  Task<ByteChain> readSegment(FMP4SegmentInfo segment);
   Task<void> updateFileId(std::string fileId);
   /// Removes the recording's files.
   Task<void> finalizeRecording();
@@ -46,6 +48,7 @@ class SegmentBackupManager {
   Result<void> create();
   Result<void> save(const ByteChain& bytes, SegmentKind kind, std::int64_t segmentIndex);
   Result<void> write(const ByteChain& bytes, const FMP4SegmentInfo& segment);
+  Result<ByteChain> read(const FMP4SegmentInfo& segment);
   void saveMetadata();
   void setFileId(const std::string& fileId);
   void removeRecording();

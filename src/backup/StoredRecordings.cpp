@@ -4,6 +4,8 @@
 #include <chrono>
 #include <tuple>
 
+#include "backup/BackupSweep.h"
+
 namespace quillbeam {
 
 namespace {
@@ -198,6 +200,11 @@ void StoredRecordings::cleanupOldRecordings(int olderThanDays, int maxCount) {
     logger_.info("Enforced max count limit: kept " + std::to_string(maxCount) + ", deleted " + std::to_string(excess));
   }
   if (old + excess > 0) logger_.info("Cleaned up " + std::to_string(old + excess) + " old/excess recordings");
+}
+
+void StoredRecordings::sweepLeftovers() {
+  BackupSweep sweep(files_, logger_, [this](const std::string& name) { return isProtected(name); });
+  for (const Path& location : directories_.getAllRecordingsDirectories()) sweep.run(location);
 }
 
 void StoredRecordings::protect(const std::string& recordingId) {

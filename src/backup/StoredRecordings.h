@@ -30,6 +30,9 @@ class StoredRecordings {
   /// Removes recoverable recordings older than that, then all but the newest `maxCount`.
   void cleanupOldRecordings(int olderThanDays, int maxCount);
 
+  /// For the launch: brings into order what processes left that died (`BackupSweep`).
+  void sweepLeftovers();
+
   /// While a recording is being written, nothing here removes it.
   void protect(const std::string& recordingId);
   void release(const std::string& recordingId);

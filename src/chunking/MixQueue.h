@@ -16,13 +16,13 @@ struct AudioChunk {
   std::int64_t endFrame() const { return startFrame + frameCount(); }
 };
 
-/// The sound of one source that waits to be mixed. Chunks may overlap (they are summed) and come out of order. Not
-/// thread-safe.
+/// The sound of one source that waits to be mixed. Chunks may overlap (they are summed) and come out of order. Cheap
+/// however much waits: hours of it when the other source never comes. Not thread-safe.
 class MixQueue {
  public:
-  void append(AudioChunk chunk) { chunks_.push_back(std::move(chunk)); }
+  void append(AudioChunk chunk);
   std::size_t size() const { return chunks_.size(); }
-  /// Drops the oldest until `count` are left; how many those were.
+  /// Drops the earliest until `count` are left; how many those were.
   std::size_t keepNewest(std::size_t count);
   /// The end of the latest chunk, but not less than `atLeast`.
   std::int64_t end(std::int64_t atLeast) const;
@@ -30,7 +30,8 @@ class MixQueue {
   void addInto(std::span<float> block, std::int64_t startFrame, float gain);
 
  private:
-  std::deque<AudioChunk> chunks_;
+  std::deque<AudioChunk> chunks_;  ///< by where they start
+  std::int64_t latestEnd_ = INT64_MIN;
 };
 
 }  // namespace quillbeam

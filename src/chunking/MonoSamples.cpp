@@ -3,13 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
+#include "chunking/MixTimeline.h"
+
 namespace quillbeam {
-
-namespace {
-
-constexpr double mixSampleRate = 48000;
-
-}  // namespace
 
 std::vector<float> monoSamples(const AudioBlock& block) {
   const auto channels = static_cast<std::size_t>(std::max(block.channels, 0));
@@ -35,6 +31,11 @@ std::vector<float> resampledTo48k(std::vector<float> samples, double rate) {
     resampled[at] = samples[before] + (samples[after] - samples[before]) * fraction;
   }
   return resampled;
+}
+
+std::optional<std::vector<float>> mixSamples(const SampleBuffer& sample) {
+  if (!sample.block() || sample.block()->channels < 1) return std::nullopt;
+  return resampledTo48k(monoSamples(*sample.block()), sample.block()->sampleRate);
 }
 
 }  // namespace quillbeam

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "base/Text.h"
-#include "chunking/VideoChunkError.h"
 
 namespace quillbeam {
 
@@ -12,13 +11,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr Duration openingDelay = 500ms;
 constexpr Duration longestFinalSegmentWait = 2s;
 constexpr Duration finalSegmentCheck = 50ms;
-constexpr Duration partsCheck = 500ms;
 constexpr std::int64_t lastTimedSegment = 4;
 
-std::string orNone(const std::optional<std::string>& text) { return text.value_or("none"); }
 std::string text(std::size_t number) { return std::to_string(number); }
 std::string seconds(MediaTime time) { return fixedPoint(time.seconds(), 3) + "s"; }
 
@@ -45,41 +41,60 @@ std::optional<std::string> firstBoxType(const ByteChain& bytes) {
   return std::string(head.begin() + 4, head.end());
 }
 
+/// How far the timeline is covered: by every track that is in it.
+std::optional<MediaTime> coveredEnd(const SegmentReport& report) {
+  std::optional<MediaTime> end;
+  for (const SegmentTrackReport& track : report.trackReports) {
+    const MediaTime trackEnd = track.earliestPresentationTime + track.duration;
+    end = end ? std::min(*end, trackEnd) : trackEnd;
+  }
+  return end;
+}
+
+/// How the backup remembers it.
+FMP4SegmentInfo savedAs(const Segment& segment, std::int64_t index) {
+  const auto size = static_cast<std::int64_t>(segment.bytes.size());
+  if (segment.kind == SegmentKind::separable) return {.index = index, .type = "media", .size = size};
+  return {.index = FMP4SegmentInfo::initializationIndex, .type = "init", .size = size};
+}
+
 }  // namespace
 
 SegmentStream::SegmentStream(Platform& platform, StoredRecordings& storedRecordings, NotificationCenter& notifications,
-                             const Logger& logger, Recording recording)
+                             const Logger& logger, const SegmentPolicy& policy, Recording recording)
     : platform_(platform),
       main_(platform.dispatch.main()),
       storedRecordings_(storedRecordings),
-      notifications_(notifications),
       logger_(logger),
+      policy_(policy),
       recording_(std::move(recording)),
+      upload_(main_, notifications, logger, policy, recording_),
       tasks_(main_) {}
 
-void SegmentStream::setUploadDelegate(std::shared_ptr<ChunkUploadDelegate> delegate) {
-  uploadDelegate_ = std::move(delegate);
-  logger_.info("Upload delegate set for native upload mode");
+SegmentSink SegmentStream::sink() {
+  auto received = weakly(this, [](SegmentStream& self, Segment segment) { self.receive(std::move(segment)); });
+  return [&main = main_, received](Segment segment) {
+    main.async([received, segment = std::move(segment)]() mutable { received(std::move(segment)); });
+  };
 }
 
 void SegmentStream::begin() {
   main_.assertCurrent();
   segmentBackupManager_ = std::make_unique<SegmentBackupManager>(platform_, storedRecordings_);
-  segmentBackupId_ = segmentBackupManager_->startNewRecording({.teamId = recording_.teamId,
-                                                               .folderId = recording_.folderId,
-                                                               .fileName = recording_.fileName,
-                                                               .recordingType = recording_.type,
-                                                               .contentType = recording_.contentType});
-  logger_.info("✅ Segment backup manager initialized for crash recovery with ID: " + *segmentBackupId_);
-  opening_ = Opening::scheduled;
-  openingTimer_ = main_.after(openingDelay, [this] { openUpload(); });
+  const std::string id = segmentBackupManager_->startNewRecording({.teamId = recording_.teamId,
+                                                                   .folderId = recording_.folderId,
+                                                                   .fileName = recording_.fileName,
+                                                                   .recordingType = recording_.type,
+                                                                   .contentType = recording_.contentType});
+  logger_.info(std::string(policy_.backupBegun) + id);
+  upload_.begin(*segmentBackupManager_, id);
 }
 
 // ---- segments
 
 void SegmentStream::receive(Segment segment) {
   main_.assertCurrent();
-  if (restIsSent_) bytesAreMissing_ = true;
+  upload_.announce();
   waiting_.push_back(std::move(segment));
   if (!std::exchange(isHandling_, true)) tasks_.start(handleSegments());
 }
@@ -102,189 +117,59 @@ Task<void> SegmentStream::handle(Segment segment) {
   logArrival(segment);
   // Nothing of a segment goes anywhere before it is safe on this machine's disk; a failure there is the backup's to
   // log.
+  std::optional<FMP4SegmentInfo> saved;
   if (segmentBackupManager_) {
-    std::ignore = co_await segmentBackupManager_->saveSegment(segment.bytes, segment.kind, segmentIndex_);
+    const auto outcome = co_await segmentBackupManager_->saveSegment(segment.bytes, segment.kind, segmentIndex_);
+    if (outcome) saved = savedAs(segment, segmentIndex_);
   }
-  takeIn(segment);
+  takeIn(segment, std::move(saved));
   co_return success;
 }
 
 void SegmentStream::logArrival(const Segment& segment) {
+  const bool isInspected = policy_.inspection == SegmentPolicy::Inspection::timingAndFirstBox;
   const std::string index = std::to_string(segmentIndex_);
   const std::string size = text(segment.bytes.size());
   if (segment.kind == SegmentKind::initialization) {
     hasInitializationSegment_ = true;
-    logger_.info("Received initialization segment, size: " + size + " bytes");
+    logger_.info(std::string(policy_.initializationReceived) + size + " bytes");
   } else {
-    const std::string timing =
-        segment.report && segmentIndex_ <= lastTimedSegment ? timingText(*segment.report) : std::string();
+    const bool isTimed = isInspected && segment.report && segmentIndex_ <= lastTimedSegment;
+    const std::string timing = isTimed ? timingText(*segment.report) : std::string();
     if (!timing.empty()) logger_.info("Segment #" + index + " timing: " + timing);
-    logger_.info("Received media segment #" + index + ", size: " + size + " bytes");
+    logger_.info(std::string(policy_.mediaReceived) + index + ", size: " + size + " bytes");
   }
+  if (!isInspected) return;
   if (const auto type = firstBoxType(segment.bytes)) {
     logger_.debug([&] { return "Segment #" + index + " starts with box: " + *type; });
   }
 }
 
-void SegmentStream::takeIn(const Segment& segment) {
-  if (!byteBuffer_.hasRoomFor(segment.bytes.size())) return discard();
-  byteBuffer_.append(segment.bytes);
-  bufferedBytes_ = byteBuffer_.size();
-  logger_.info("Buffered segment #" + std::to_string(segmentIndex_) + ", size: " + text(segment.bytes.size()) +
-               " bytes, total buffered: " + text(byteBuffer_.size()) + " bytes (" + text(byteBuffer_.percentOfPart()) +
-               "%)");
-  ++segmentIndex_;
-  if (segment.kind == SegmentKind::separable && std::exchange(isAwaitingFinalSegment_, false)) {
+void SegmentStream::takeIn(const Segment& segment, std::optional<FMP4SegmentInfo> saved) {
+  const std::int64_t index = segmentIndex_;
+  const bool isMedia = segment.kind == SegmentKind::separable;
+  if (isMedia || policy_.indexes == SegmentPolicy::Indexes::countInitialization) ++segmentIndex_;
+  if (segment.report) coveredEnd_ = coveredEnd(*segment.report);
+  if (upload_.append(segment.bytes, std::move(saved)) == PartUpload::Taken::discarded) return;
+  logger_.info(policy_.segmentBuffered({.index = index,
+                                        .size = segment.bytes.size(),
+                                        .totalBuffered = upload_.bufferedBytes(),
+                                        .percentOfPart = upload_.percentOfPart()}));
+  if (isMedia && std::exchange(isAwaitingFinalSegment_, false)) {
     logger_.info("📦 Final media segment received - signaling completion");
   }
-  if (restIsSent_) return;  // nothing may follow the final part
-  if (opening_ == Opening::succeeded) {
-    cutParts(PartKind::regular);
-  } else {
-    logger_.info("⏳ Multipart not ready yet, buffering data (total: " + text(byteBuffer_.size()) + " bytes)");
-  }
-}
-
-void SegmentStream::discard() {
-  if (!std::exchange(uploadBufferOverflowed_, true)) {
-    logger_.error("⚠️ Upload buffer exceeds " + text(PartBuffer::maxByteBufferSize >> 20) +
-                  "MB limit - uploads appear stalled. Stopping chunked upload to prevent OOM. Local backup will "
-                  "continue.");
-  }
-  byteBuffer_.clear();
-  bufferedBytes_ = 0;
-  bytesAreMissing_ = true;
-  logger_.error("⚠️ Cleared upload buffer. Recording continues to local backup file only.");
-  ++segmentIndex_;
-}
-
-/// A completion that may be called on any queue and after this stream has gone.
-template <class T, class Handler>
-auto SegmentStream::onMain(Handler handler) {
-  auto weak = weakly(this, std::move(handler));
-  return [&main = main_, weak = std::move(weak)](Result<T> result) mutable {
-    main.async([weak = std::move(weak), result = std::move(result)]() mutable { weak(std::move(result)); });
-  };
-}
-
-// ---- opening the upload
-
-void SegmentStream::openUpload() {
-  openingTimer_.reset();
-  if (!uploadDelegate_) {
-    opening_ = Opening::failed;
-    logger_.error("No upload delegate configured (neither Flutter bridge nor native delegate)");
-    return report(VideoChunkError::uploadDelegateNotSet);
-  }
-  opening_ = Opening::underWay;
-  logger_.info("Attempting to initialize multipart upload for " + recording_.fileName + " ");
-  logger_.info("TeamId: " + recording_.teamId + ", FolderId: " + recording_.folderId +
-               ", LocalBackup: " + orNone(recording_.localFile) + ", SegmentBackupId: " + orNone(segmentBackupId_));
-  auto answered = onMain<InitializeUploadResponse>(
-      [](SegmentStream& self, Result<InitializeUploadResponse> answer) { self.didOpen(std::move(answer)); });
-  uploadDelegate_->initializeUpload({.teamId = recording_.teamId,
-                                     .folderId = recording_.folderId,
-                                     .fileName = recording_.fileName,
-                                     .contentType = recording_.contentType,
-                                     .localBackupPath = recording_.localFile,
-                                     .segmentBackupId = segmentBackupId_},
-                                    std::move(answered));
-}
-
-void SegmentStream::didOpen(Result<InitializeUploadResponse> answer) {
-  if (!answer) return didFailToOpen(answer.error());
-  opening_ = Opening::succeeded;
-  logger_.info("✅ Multipart upload initialized successfully with fileId: " + answer->fileId);
-  if (segmentBackupManager_) tasks_.start(segmentBackupManager_->updateFileId(answer->fileId));
-  logger_.info("📤 Checking for buffered data to upload after initialization (buffer: " + text(byteBuffer_.size()) +
-               " bytes)");
-  cutParts(PartKind::buffered);
-}
-
-void SegmentStream::didFailToOpen(const Error& error) {
-  opening_ = Opening::failed;
-  logger_.error("❌ Failed to initialize multipart upload: " + error.description());
-  report(error);
-  ValueMap userInfo{{"event", "initFailed"},
-                    {"fileId", ""},
-                    {"teamId", recording_.teamId},
-                    {"folderId", recording_.folderId},
-                    {"error", error.description()}};
-  if (const auto tempFileId = uploadDelegate_->tempFileId()) userInfo.set("tempFileId", *tempFileId);
-  notifications_.post("macRecordingEntryUpdate", userInfo);
-}
-
-Task<void> SegmentStream::awaitOpening() {
-  if (opening_ == Opening::scheduled) openUpload();
-  while (opening_ == Opening::underWay) CO_TRY_VOID(co_await delay(main_, finalSegmentCheck));
-  co_return success;
-}
-
-void SegmentStream::report(const Error& error) {
-  if (observer_ != nullptr) observer_->chunkWriterDidFailWithError(error);
-}
-
-// ---- parts
-
-void SegmentStream::cutParts(PartKind kind) {
-  while (auto part = byteBuffer_.takePart()) {
-    bufferedBytes_ = byteBuffer_.size();
-    sendPart(*std::move(part), kind);
-  }
-}
-
-void SegmentStream::sendPart(ByteChain part, PartKind kind) {
-  const int number = ++uploadedPartNumber_;
-  const std::size_t size = part.size();
-  inFlightUploads_.insert(number);
-  const std::string remaining = " bytes (remaining buffer: " + text(byteBuffer_.size()) + " bytes)";
-  const std::string which = "part #" + std::to_string(number);
-  if (kind == PartKind::regular) {
-    logger_.info("🚀 Starting upload for " + which + " with exactly " + text(size) + remaining);
-    logger_.info("Uploading video fMP4 " + which + ", size: " + text(size) + " bytes ");
-  } else if (kind == PartKind::buffered) {
-    logger_.info("🚀 Uploading buffered " + which + " with exactly " + text(size) + remaining);
-  } else {
-    logger_.info("🏁 Uploading final " + which + ", size: " + text(size) + " bytes (final part can be any size)");
-  }
-  auto sent = onMain<void>([number, size, kind](SegmentStream& self, const Result<void>& outcome) {
-    self.didSendPart(number, size, kind, outcome);
-  });
-  uploadDelegate_->uploadChunk(std::move(part), number, std::move(sent));
-}
-
-void SegmentStream::didSendPart(int partNumber, std::size_t size, PartKind kind, const Result<void>& sent) {
-  inFlightUploads_.erase(partNumber);
-  if (kind == PartKind::final) finalPart_ = sent;
-  const std::string number = "#" + std::to_string(partNumber);
-  const std::string name = kind == PartKind::regular    ? "Part "
-                           : kind == PartKind::buffered ? "Buffered part "
-                                                        : "Final part ";
-  if (sent) {
-    totalBytesUploaded_ += static_cast<std::int64_t>(size);
-    logger_.info("✅ " + name + number + " uploaded successfully (" + text(size) + " bytes)");
-    if (kind == PartKind::final) logger_.info("📊 Total bytes uploaded: " + std::to_string(totalBytesUploaded_));
-    if (observer_ != nullptr) observer_->chunkWriterDidUploadPart(partNumber);
-    return;
-  }
-  bytesAreMissing_ = true;
-  const std::string why = ": " + sent.error().description();
-  if (kind == PartKind::regular) {
-    logger_.error("❌ Real-time upload failed for part " + number + why);
-  } else if (kind == PartKind::buffered) {
-    logger_.error("❌ Failed to upload buffered part " + number + why);
-  } else {
-    logger_.error("❌ Final part " + number + " upload failed" + why);
-  }
-  report(sent.error());
+  upload_.sendParts();
 }
 
 // ---- the end
 
-void SegmentStream::expectFinalSegment() { isAwaitingFinalSegment_ = true; }
+void SegmentStream::expectFinalSegment(std::optional<MediaTime> end) {
+  isAwaitingFinalSegment_ = true;
+  expectedEnd_ = end;
+}
 
 Task<void> SegmentStream::awaitFinalSegment() {
-  if (!isAwaitingFinalSegment_ && !isHandling_) {
+  if (!isHandling_ && hasEverything()) {
     logger_.info("📦 Final segment already received, proceeding immediately");
     co_return success;
   }
@@ -292,103 +177,54 @@ Task<void> SegmentStream::awaitFinalSegment() {
                "s for final segment...");
   // Segments that are here but not on disk yet take the time that the disk needs, and one of them may pass for the
   // final one while that still waits behind it; the limit is for those to come.
-  for (Duration waited{}; isHandling_ || (isAwaitingFinalSegment_ && waited < longestFinalSegmentWait);) {
+  for (Duration waited{}; isHandling_ || (!hasEverything() && waited < longestFinalSegmentWait);) {
     if (!isHandling_) waited += finalSegmentCheck;
     CO_TRY_VOID(co_await delay(main_, finalSegmentCheck));
   }
-  if (isAwaitingFinalSegment_) {
-    logger_.error("⚠️ Timeout waiting for final segment, proceeding with available data (byteBuffer=" +
-                  text(byteBuffer_.size()) + " bytes)");
-  } else {
+  if (hasEverything()) {
     logger_.info("📦 Final segment received after waiting");
+  } else {
+    logger_.error("⚠️ Timeout waiting for final segment, proceeding with available data (byteBuffer=" +
+                  text(upload_.bufferedBytes()) + " bytes)");
   }
   co_return success;
 }
 
-Task<void> SegmentStream::settleBackup() {
-  openingTimer_.reset();
+/// A recording that ends exactly where a segment does has none after it.
+bool SegmentStream::hasEverything() const {
+  return !isAwaitingFinalSegment_ || (expectedEnd_ && coveredEnd_ && *coveredEnd_ >= *expectedEnd_);
+}
+
+Task<void> SegmentStream::awaitHandled() {
   while (isHandling_) CO_TRY_VOID(co_await delay(main_, finalSegmentCheck));
   co_return success;
 }
 
 Task<void> SegmentStream::finishUpload() {
-  if (opening_ != Opening::notTried) CO_TRY_VOID(co_await sendRest());
-  CO_TRY_VOID(co_await awaitParts());
-  co_return co_await completeUpload();
-}
-
-Task<void> SegmentStream::sendRest() {
-  CO_TRY_VOID(co_await awaitOpening());
-  restIsSent_ = true;
-  logger_.info("📊 Post-wait stats: segmentIndex=" + std::to_string(segmentIndex_) +
-               ", byteBuffer=" + text(byteBuffer_.size()) + " bytes");
-  if (byteBuffer_.empty()) {
-    logger_.info("No final data to upload after waiting");
-  } else {
-    logger_.info("📦 Uploading remaining " + text(byteBuffer_.size()) + " bytes as final part");
-    const auto sent = co_await sendFinalPart();
-    logger_.info(sent ? "Final upload completed successfully"
-                      : "Failed to upload final part: " + sent.error().description());
+  const bool hasWaited = segmentBackupManager_ && policy_.finalSegment == SegmentPolicy::FinalSegment::isAwaited;
+  if (hasWaited) {
+    logger_.info("📊 Post-wait stats: segmentIndex=" + std::to_string(segmentIndex_) +
+                 ", byteBuffer=" + text(upload_.bufferedBytes()) + " bytes");
   }
-  co_return success;
-}
-
-Task<void> SegmentStream::sendFinalPart() {
-  if (!uploadDelegate_) co_return VideoChunkError::uploadDelegateNotSet;
-  // No upload, no part: it would end up in somebody else's.
-  if (opening_ != Opening::succeeded) {
-    bytesAreMissing_ = true;
-    co_return Error(VideoChunkError::uploadFailed).withDescription("Upload failed: it was never opened");
-  }
-  sendPart(byteBuffer_.takeRest(), PartKind::final);
-  bufferedBytes_ = 0;
-  while (!finalPart_) CO_TRY_VOID(co_await delay(main_, finalSegmentCheck));
-  co_return *finalPart_;
-}
-
-std::string SegmentStream::inFlightText() const {
-  std::string numbers;
-  for (const int number : inFlightUploads_) numbers += (numbers.empty() ? "" : ", ") + std::to_string(number);
-  return "[" + numbers + "]";
-}
-
-Task<void> SegmentStream::awaitParts() {
-  while (!inFlightUploads_.empty()) {
-    logger_.info("Waiting for " + text(inFlightUploads_.size()) + " in-flight uploads to complete: " + inFlightText());
-    CO_TRY_VOID(co_await delay(main_, partsCheck));
-  }
-  logger_.info("All in-flight uploads completed");
-  co_return success;
-}
-
-Task<void> SegmentStream::completeUpload() {
-  if (!uploadDelegate_) {
-    logger_.error("No upload delegate available for multipart completion");
-    co_return VideoChunkError::uploadDelegateNotSet;
-  }
-  logger_.info("Completing multipart upload... ");
-  auto ask = [this](Completion<void> done) {
-    uploadDelegate_->finalizeUpload([done](Result<void> outcome) { done(std::move(outcome)); });
-  };
-  auto finalized = co_await completed<void>(ask);
-  if (finalized) {
-    logger_.info("✅ Multipart upload completed successfully ");
+  auto finished = co_await upload_.finish();
+  if (finished) {
     CO_TRY_VOID(co_await keepOrRemoveBackup());
   } else {
-    logger_.error("❌ Failed to complete multipart upload: " + finalized.error().description());
     logger_.error("⚠️ Keeping segment backup for potential crash recovery");
   }
   segmentBackupManager_.reset();
-  co_return finalized;
+  co_return finished;
 }
 
 Task<void> SegmentStream::keepOrRemoveBackup() {
   if (!segmentBackupManager_) co_return success;
-  if (bytesAreMissing_) {
+  if (upload_.lacksBytes()) {
     logger_.error("⚠️ The upload lacks parts of the recording - keeping segment backup for recovery");
     co_return success;
   }
-  co_return co_await segmentBackupManager_->finalizeRecording();
+  CO_TRY_VOID(co_await segmentBackupManager_->finalizeRecording());
+  if (!policy_.backupRemoved.empty()) logger_.info(policy_.backupRemoved);
+  co_return success;
 }
 
 }  // namespace quillbeam

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -11,113 +10,76 @@
 #include "backup/SegmentBackupManager.h"
 #include "base/TaskScope.h"
 #include "base/Weakly.h"
-#include "chunking/ChunkUploadDelegate.h"
-#include "chunking/PartBuffer.h"
-#include "chunking/VideoChunkWriterDelegate.h"
+#include "chunking/ChunkedRecording.h"
+#include "chunking/PartUpload.h"
+#include "chunking/SegmentPolicy.h"
 #include "platform/NotificationCenter.h"
 #include "platform/Platform.h"
 #include "platform/media/SegmentWriter.h"
 
 namespace quillbeam {
 
-/// A recording's segments on their way: each is saved in the backup, then cut into parts of 5 MiB, which go to the
-/// upload delegate. Nothing is lost when the service fails: the backup stays until the upload has completed with every
-/// byte. Main queue; disk work happens elsewhere, so that a slow disk delays parts and nothing else.
-///
-///     collecting ──initialised──► sending ──finishUpload──► done
-///         └──────initialisation failed──► collecting
+/// A recording's segments on their way: each is saved in the backup, then handed to the upload (`PartUpload`). Nothing
+/// is lost when the service fails: the backup stays until the upload has completed with every byte. Main queue; disk
+/// work happens elsewhere, so that a slow disk delays parts and nothing else.
 class SegmentStream : public WeaklyHeld {
  public:
-  struct Recording {
-    std::string teamId;
-    std::string folderId;
-    std::string fileName;
-    std::string contentType;
-    SegmentBackupRecordingType type = SegmentBackupRecordingType::video;
-    std::optional<Path> localFile;
-  };
+  using Recording = ChunkedRecording;
 
   SegmentStream(Platform& platform, StoredRecordings& storedRecordings, NotificationCenter& notifications,
-                const Logger& logger, Recording recording);
+                const Logger& logger, const SegmentPolicy& policy, Recording recording);
 
-  void setUploadDelegate(std::shared_ptr<ChunkUploadDelegate> delegate);
-  void setObserver(VideoChunkWriterDelegate* observer) { observer_ = observer; }
+  void setUploadDelegate(std::shared_ptr<ChunkUploadDelegate> delegate) { upload_.setDelegate(std::move(delegate)); }
+  void setObserver(VideoChunkWriterDelegate* observer) { upload_.setObserver(observer); }
 
-  /// Starts the backup and, half a second later, opens the upload.
+  /// Passes on to `receive` what a writer delivers on its own thread.
+  SegmentSink sink();
+
+  /// Starts the backup and, after a moment, opens the upload.
   void begin();
   /// Segments are handled one after the other, in this order.
   void receive(Segment segment);
-  /// From now on the next media segment is the last one.
-  void expectFinalSegment();
+  /// From now on the next media segment is the last one; there is none when the timeline is covered up to `end`.
+  void expectFinalSegment(std::optional<MediaTime> end);
   /// Until all that was received is handled and the final segment is among it; at most 2 s longer than the former.
   Task<void> awaitFinalSegment();
+  /// Until all that was received is handled: in the backup, and taken in.
+  Task<void> awaitHandled();
   /// Sends what is left, waits for all parts and has the upload completed.
   Task<void> finishUpload();
-  /// For the end of the process: what was received is in the backup when this resumes. What is left of a part stays there.
-  Task<void> settleBackup();
+  /// For the end of the process: nothing is sent from now on; what comes goes into the backup and stays there.
+  void stopSending() { upload_.stopSending(); }
 
   std::size_t segmentIndex() const { return static_cast<std::size_t>(segmentIndex_); }
   bool hasInitializationSegment() const { return hasInitializationSegment_; }
-  const std::set<int>& inFlightUploads() const { return inFlightUploads_; }
-  std::string inFlightText() const;  ///< "[1, 2]"
+  const std::set<int>& inFlightUploads() const { return upload_.inFlight(); }
+  std::string inFlightText() const { return upload_.inFlightText(); }
   /// Any queue.
-  std::size_t bufferedBytes() const { return bufferedBytes_; }
+  std::size_t bufferedBytes() const { return upload_.bufferedBytes(); }
 
  private:
-  enum class Opening { notTried, scheduled, underWay, succeeded, failed };
-  enum class PartKind { regular, buffered, final };
-
   void logArrival(const Segment& segment);
   Task<void> handleSegments();
   Task<void> handle(Segment segment);
-  void takeIn(const Segment& segment);
-  void discard();
-  template <class T, class Handler>
-  auto onMain(Handler handler);
-
-  void openUpload();
-  void didOpen(Result<InitializeUploadResponse> answer);
-  void didFailToOpen(const Error& error);
-  Task<void> awaitOpening();
-
-  void cutParts(PartKind kind);
-  void sendPart(ByteChain part, PartKind kind);
-  void didSendPart(int partNumber, std::size_t size, PartKind kind, const Result<void>& sent);
-  Task<void> sendRest();
-  Task<void> sendFinalPart();
-  Task<void> awaitParts();
-  Task<void> completeUpload();
+  void takeIn(const Segment& segment, std::optional<FMP4SegmentInfo> saved);
+  bool hasEverything() const;
   Task<void> keepOrRemoveBackup();
-  void report(const Error& error);
 
   Platform& platform_;
   DispatchQueue& main_;
   StoredRecordings& storedRecordings_;
-  NotificationCenter& notifications_;
   const Logger& logger_;
+  const SegmentPolicy& policy_;
   const Recording recording_;
-  std::shared_ptr<ChunkUploadDelegate> uploadDelegate_;
-  VideoChunkWriterDelegate* observer_ = nullptr;
-
   std::unique_ptr<SegmentBackupManager> segmentBackupManager_;
-  std::optional<std::string> segmentBackupId_;
+  PartUpload upload_;
   std::deque<Segment> waiting_;
   bool isHandling_ = false;
-  PartBuffer byteBuffer_;
-  std::atomic<std::size_t> bufferedBytes_ = 0;
   std::int64_t segmentIndex_ = 0;
   bool hasInitializationSegment_ = false;
   bool isAwaitingFinalSegment_ = false;
-  bool uploadBufferOverflowed_ = false;
-  bool bytesAreMissing_ = false;  ///< at the service: discarded, or a hand-over failed
-
-  Opening opening_ = Opening::notTried;
-  TimerHandle openingTimer_;
-  int uploadedPartNumber_ = 0;
-  std::set<int> inFlightUploads_;
-  bool restIsSent_ = false;                ///< or there was none; no part follows
-  std::optional<Result<void>> finalPart_;  ///< what became of it
-  std::int64_t totalBytesUploaded_ = 0;
+  std::optional<MediaTime> coveredEnd_;   ///< of the timeline, by what was received
+  std::optional<MediaTime> expectedEnd_;  ///< of the timeline
   TaskScope tasks_;
 };
 

@@ -40,13 +40,17 @@ class VideoChunkWriter::Pictures {
     SegmentSink segmentSink;
     std::function<void()> begun;  ///< on the writer's queue
   };
+  struct Ending {
+    SegmentWriter* writer = nullptr;  ///< nullptr when there never was one
+    std::optional<MediaTime> lastSampleTime;
+  };
 
-  Pictures(Platform& platform, const Logger& logger, AudioMixer& mixer, Options options, Events events)
-      : platform_(platform), logger_(logger), mixer_(mixer), options_(std::move(options)), events_(std::move(events)) {}
+  Pictures(Platform& platform, const Logger& logger, VideoAudioIntake& sound, Options options, Events events)
+      : platform_(platform), logger_(logger), sound_(sound), options_(std::move(options)), events_(std::move(events)) {}
 
   void append(const SampleBuffer& sample);
-  /// No more pictures; nullptr when there never was a writer.
-  SegmentWriter* finish();
+  /// No more pictures.
+  Ending finish();
 
  private:
   bool setUp(const SampleBuffer& first);
@@ -57,7 +61,7 @@ class VideoChunkWriter::Pictures {
 
   Platform& platform_;
   const Logger& logger_;
-  AudioMixer& mixer_;
+  VideoAudioIntake& sound_;
   const Options options_;
   const Events events_;
   std::unique_ptr<SegmentWriter> writer_;
@@ -100,7 +104,7 @@ bool VideoChunkWriter::Pictures::setUp(const SampleBuffer& first) {
   firstSampleTime_ = first.presentationTime();
   logger_.info("Initialized writer with baseline timestamp: " + seconds(firstSampleTime_) + " seconds");
   writer_->startSession(MediaTime::zero());
-  if (mixedAudioInput_ != nullptr) mixer_.begin(firstSampleTime_, *mixedAudioInput_);
+  if (mixedAudioInput_ != nullptr) sound_.begin(firstSampleTime_, *mixedAudioInput_);
   logger_.info("✅ Single fMP4 writer initialized successfully");
   events_.begun();
   logLocalFile();
@@ -142,9 +146,9 @@ void VideoChunkWriter::Pictures::logLocalFile() {
   }
 }
 
-SegmentWriter* VideoChunkWriter::Pictures::finish() {
+VideoChunkWriter::Pictures::Ending VideoChunkWriter::Pictures::finish() {
   isFinished_ = true;
-  if (!writer_) return nullptr;
+  if (!writer_) return {};
   logger_.info("📊 Writer status before finish: " + std::to_string(static_cast<int>(writer_->status())));
   if (videoInput_ != nullptr) videoInput_->markAsFinished();
   if (mixedAudioInput_ != nullptr) mixedAudioInput_->markAsFinished();
@@ -152,7 +156,7 @@ SegmentWriter* VideoChunkWriter::Pictures::finish() {
     logger_.info("📊 Ending session at time: " + seconds(*lastSampleTime_) + "s");
     writer_->endSession(*lastSampleTime_);
   }
-  return writer_.get();
+  return {writer_.get(), lastSampleTime_};
 }
 
 VideoChunkWriter::VideoChunkWriter(Platform& platform, StoredRecordings& storedRecordings,
@@ -160,19 +164,14 @@ VideoChunkWriter::VideoChunkWriter(Platform& platform, StoredRecordings& storedR
     : platform_(platform),
       logger_(platform.systemLog, "com.quillbeam.recorder", "VideoChunkWriter"),
       localFile_(options.recording.localFile),
-      stream_(platform, storedRecordings, notifications, logger_, options.recording),
-      mixer_(platform.dispatch, logger_, "video.audio.mixer.queue", options.sources),
+      stream_(platform, storedRecordings, notifications, logger_, videoSegmentPolicy(), options.recording),
+      sound_(platform.dispatch, logger_, options.sources),
       writerQueue_(platform.dispatch.makeSerialQueue("video.writer.queue")) {
   DispatchQueue& main = platform.dispatch.main();
-  auto receive = weakly(&stream_, [](SegmentStream& stream, Segment segment) { stream.receive(std::move(segment)); });
   auto begun = weakly(this, [](VideoChunkWriter& self) { self.begin(); });
-  Pictures::Events events{
-      .segmentSink =
-          [&main, receive](Segment segment) {
-            main.async([receive, segment = std::move(segment)]() mutable { receive(std::move(segment)); });
-          },
-      .begun = [&main, begun] { main.async([begun]() mutable { begun(); }); }};
-  pictures_ = std::make_unique<Pictures>(platform, logger_, mixer_, std::move(options), std::move(events));
+  Pictures::Events events{.segmentSink = stream_.sink(),
+                          .begun = [&main, begun] { main.async([begun]() mutable { begun(); }); }};
+  pictures_ = std::make_unique<Pictures>(platform, logger_, sound_, std::move(options), std::move(events));
 }
 
 VideoChunkWriter::~VideoChunkWriter() = default;
@@ -192,7 +191,7 @@ void VideoChunkWriter::appendVideo(SampleBuffer sample) {
 }
 
 void VideoChunkWriter::logStatistics() const {
-  const auto backlog = mixer_.backlog();
+  const auto backlog = sound_.backlog();
   logger_.info("📊 Memory Stats: sysAudioQueue=" + std::to_string(backlog.system) + ", micAudioQueue=" +
                std::to_string(backlog.mic) + ", pendingBuffers=" + std::to_string(backlog.pending) +
                ", byteBuffer=" + std::to_string(stream_.bufferedBytes() / 1024) +
@@ -206,9 +205,10 @@ Task<void> VideoChunkWriter::finishRecording() {
 }
 
 Task<void> VideoChunkWriter::finishWithoutUpload() {
+  stream_.stopSending();
   CO_TRY(const Written written, co_await finishWriting());
   if (written == Written::segments) CO_TRY_VOID(co_await stream_.awaitFinalSegment());
-  co_return co_await stream_.settleBackup();
+  co_return co_await stream_.awaitHandled();
 }
 
 Task<VideoChunkWriter::Written> VideoChunkWriter::finishWriting() {
@@ -217,13 +217,14 @@ Task<VideoChunkWriter::Written> VideoChunkWriter::finishWriting() {
   logger_.info("📊 Pre-finish stats: segmentIndex=" + std::to_string(stream_.segmentIndex()) +
                ", byteBuffer=" + std::to_string(stream_.bufferedBytes()) +
                " bytes, hasInitSegment=" + truth(stream_.hasInitializationSegment()));
-  CO_TRY_VOID(co_await mixer_.finish());
-  auto finish = [this]() -> Result<SegmentWriter*> { return pictures_->finish(); };
-  CO_TRY(SegmentWriter * writer, co_await runOn<SegmentWriter*>(*writerQueue_, finish));
+  CO_TRY_VOID(co_await sound_.finish());
+  auto finish = [this]() -> Result<Pictures::Ending> { return pictures_->finish(); };
+  CO_TRY(const Pictures::Ending ending, co_await runOn<Pictures::Ending>(*writerQueue_, finish));
+  SegmentWriter* const writer = ending.writer;
   if (writer == nullptr) co_return Written::nothing;
   // The first picture may have been the last closure there: its segments' stream begins before they end.
   CO_TRY_VOID(co_await drained(platform_.dispatch.main()));
-  stream_.expectFinalSegment();
+  stream_.expectFinalSegment(ending.lastSampleTime);
   logger_.info("📊 Calling finishWriting... byteBuffer=" + std::to_string(stream_.bufferedBytes()) +
                " bytes, waiting for final segment...");
   std::ignore = co_await writer->finishWriting();

@@ -6,8 +6,8 @@
 
 #include "base/Task.h"
 #include "base/Weakly.h"
-#include "chunking/AudioMixer.h"
 #include "chunking/SegmentStream.h"
+#include "chunking/VideoAudioIntake.h"
 #include "platform/Platform.h"
 #include "platform/RepeatingTimer.h"
 #include "platform/media/SegmentWriter.h"
@@ -39,8 +39,8 @@ class VideoChunkWriter : public WeaklyHeld {
   void setObserver(VideoChunkWriterDelegate* observer) { stream_.setObserver(observer); }
 
   void appendVideo(SampleBuffer sample);
-  void appendAudio(SampleBuffer sample) { mixer_.append(std::move(sample), AudioSource::system); }
-  void appendMicrophoneAudio(SampleBuffer sample) { mixer_.append(std::move(sample), AudioSource::mic); }
+  void appendAudio(SampleBuffer sample) { sound_.append(std::move(sample), AudioSource::system); }
+  void appendMicrophoneAudio(SampleBuffer sample) { sound_.append(std::move(sample), AudioSource::mic); }
 
   /// Everything appended is in segments and in the local backup, and the upload has been completed by the service, or
   /// the error of the upload's last steps.
@@ -64,7 +64,7 @@ class VideoChunkWriter : public WeaklyHeld {
   // In this order: what is declared later uses what stands before it until it is gone.
   SegmentStream stream_;
   std::unique_ptr<Pictures> pictures_;
-  AudioMixer mixer_;
+  VideoAudioIntake sound_;
   std::unique_ptr<DispatchQueue> writerQueue_;
   std::unique_ptr<RepeatingTimer> statisticsTimer_;
 };

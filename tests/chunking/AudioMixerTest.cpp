@@ -1,4 +1,4 @@
-#include "chunking/AudioMixer.h"
+#include "chunking/VideoAudioIntake.h"
 
 #include <gmock/gmock.h>
 
@@ -36,7 +36,7 @@ class MixedTrack final : public AssetWriterInput {
 };
 
 struct MixWorld {
-  explicit MixWorld(AudioSources sources = {}) : mixer(dispatch, logger, "mixer", sources) {}
+  explicit MixWorld(AudioSources sources = {}) : mixer(dispatch, logger, sources) {}
 
   void append(AudioSource source, MediaTime time, std::vector<float> samples, int rate = 48'000) {
     auto block = std::make_shared<AudioBlock>(AudioBlock{rate, 1, std::move(samples)});
@@ -62,7 +62,7 @@ struct MixWorld {
   SimSystemLog log;
   Logger logger{log, "com.quillbeam.recorder", "VideoChunkWriter"};
   MixedTrack track;
-  AudioMixer mixer;
+  VideoAudioIntake mixer;
 };
 
 /// Every sample different from its neighbours, so that one that is early, late, lost or doubled is seen.

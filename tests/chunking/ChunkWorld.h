@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <map>
+#include <ranges>
 
 #include "backup/StoredRecordings.h"
 #include "base/TaskScope.h"
@@ -81,12 +82,29 @@ struct ChunkWorld {
     world.dispatch.runUntil([&] { return outcome || world.files.isDead(); }, std::chrono::seconds(10));
     return outcome.value_or(CommonError::cancelled);
   }
+  /// All that came out of the last writer, or its first segments.
+  Bytes delivered(std::size_t segments = SIZE_MAX) {
+    ByteChain all;
+    if (world.mediaWriters.segmentedMovies().empty()) return {};
+    for (const Segment& segment : world.mediaWriters.lastSegmentedMovie().segments | std::views::take(segments)) {
+      all.append(segment.bytes);
+    }
+    return all.flattened();
+  }
+  /// What a recovery after this process makes of the backups.
+  Bytes recovered() {
+    StoredRecordings later(platform);
+    const auto recordings = later.getIncompleteRecordings();
+    const auto file = recordings.empty() ? std::nullopt : later.recoverRecording(recordings[0].id);
+    return file ? world.files.read(*file).value_or(Bytes()) : Bytes();
+  }
   std::size_t backups() { return stored.getIncompleteRecordings().size(); }
   std::vector<std::string> log(std::string_view part = "", LogLevel atLeast = LogLevel::debug) {
     std::vector<std::string> lines;
     for (const auto& line : world.systemLog.lines()) {
       const bool fits = line.level >= atLeast && line.text.find(part) != std::string::npos;
-      if (fits && line.category == "VideoChunkWriter") lines.push_back(line.text);
+      const bool isOurs = line.category == "VideoChunkWriter" || line.category == "AudioChunkWriter";
+      if (fits && isOurs) lines.push_back(line.text);
     }
     return lines;
   }

@@ -15,8 +15,14 @@ constexpr std::size_t part = 5'242'880;
 constexpr std::size_t mebibyte = 1 << 20;
 const Error refused("Test", 1, "no");
 
+std::string segmentName(std::size_t index) {
+  return segmentFileName({.index = static_cast<std::int64_t>(index), .type = "media"});
+}
+
 struct StreamWorld : ChunkWorld, VideoChunkWriterDelegate {
-  StreamWorld() {
+  explicit StreamWorld(const SegmentPolicy& policy = videoSegmentPolicy())
+      : stream(std::make_unique<SegmentStream>(platform, stored, notifications, logger, policy,
+                                               SegmentStream::Recording{"team", "folder", "Weekly", "video/mp4"})) {
     stream->setUploadDelegate(upload);
     stream->setObserver(this);
   }
@@ -42,7 +48,7 @@ struct StreamWorld : ChunkWorld, VideoChunkWriterDelegate {
   }
   /// With nothing that is still to come.
   Result<void> finish(std::size_t lastSegment) {
-    stream->expectFinalSegment();
+    stream->expectFinalSegment(std::nullopt);
     media(lastSegment);
     return await(finishing());
   }
@@ -50,8 +56,7 @@ struct StreamWorld : ChunkWorld, VideoChunkWriterDelegate {
   void chunkWriterDidFailWithError(const Error& error) override { failures.push_back(error.description()); }
 
   Logger logger{platform.systemLog, "com.quillbeam.recorder", "VideoChunkWriter"};
-  std::unique_ptr<SegmentStream> stream = std::make_unique<SegmentStream>(
-      platform, stored, notifications, logger, SegmentStream::Recording{"team", "folder", "Weekly", "video/mp4"});
+  std::unique_ptr<SegmentStream> stream;
   Bytes sent;
   std::size_t received = 0;
   std::vector<int> uploadedParts;
@@ -120,6 +125,47 @@ TEST(SegmentStream, discardsWhenUploadsStallButKeepsTheBackupAndSaysSo) {
   EXPECT_EQ(w.backups(), 1u);
 }
 
+TEST(SegmentStream, leavesWhatWaitsOfSoundOnDiskAndSendsItAllOnceItCan) {
+  StreamWorld w(audioSegmentPolicy());
+  w.upload->holdsAnswers = true;
+  w.open();
+  for (int at = 0; at < 20; ++at) {
+    w.world.files.failBelow("/home", at == 15 ? ENOSPC : 0);  // what the disk did not take stays in memory
+    w.media(3 * mebibyte);
+  }
+  w.world.files.failBelow("/home", 0);
+  w.upload->answerAll();
+  w.upload->holdsAnswers = true;
+  w.world.dispatch.advance(1s);
+  EXPECT_THAT(w.stream->inFlightUploads(), ElementsAre(1, 2, 3, 4)) << "the delegate's share is bounded too";
+  w.media(1000);
+  w.upload->answerAll();
+  EXPECT_TRUE(w.await(w.stream->finishUpload()));
+  EXPECT_EQ(w.upload->partSizes.size(), 13u);
+  EXPECT_TRUE(w.upload->received == w.sent);
+  EXPECT_EQ(w.backups(), 0u);
+}
+
+TEST(SegmentStream, leavesOutWholeSegmentsThatCannotBeReadBackAndKeepsTheBackup) {
+  for (const std::size_t lost : {8u, 9u}) {
+    StreamWorld w(audioSegmentPolicy());
+    w.upload->holdsAnswers = true;
+    w.open();
+    for (int at = 0; at < 10; ++at) w.media(3 * mebibyte);
+    const Path directory = *w.stored.findRecordingDirectory(w.stored.getIncompleteRecordings()[0].id);
+    // The first six, 18 MiB, are held.
+    for (const std::size_t at : {0u, 5u}) EXPECT_TRUE(w.world.files.remove(joined(directory, segmentName(at))));
+    EXPECT_TRUE(w.world.files.writeAtomically(joined(directory, segmentName(lost)), ByteChain(Bytes(1000))));
+    w.upload->answerAll();
+    EXPECT_TRUE(w.await(w.stream->finishUpload()));
+    const auto gap = w.sent.begin() + static_cast<std::ptrdiff_t>(lost * 3 * mebibyte);
+    w.sent.erase(gap, gap + 3 * mebibyte);
+    EXPECT_TRUE(w.upload->received == w.sent) << lost;
+    EXPECT_FALSE(w.errors().empty());
+    EXPECT_EQ(w.backups(), 1u);
+  }
+}
+
 TEST(SegmentStream, aPartThatWasNotTakenKeepsTheBackupAndSaysSo) {
   for (const std::set<int>& lost : {std::set{1}, {2}, {3}, {1, 3}}) {
     StreamWorld w;
@@ -167,7 +213,7 @@ TEST(SegmentStream, waitsTwoSecondsForTheFinalSegmentAndNeverSendsAnythingAfterT
     StreamWorld w;
     w.open();
     w.media(1000);
-    w.stream->expectFinalSegment();
+    w.stream->expectFinalSegment(std::nullopt);
     w.start(w.finishing());
     w.world.dispatch.advance(late - 100ms);
     w.upload->holdsAnswers = true;

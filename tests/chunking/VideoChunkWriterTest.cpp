@@ -57,19 +57,6 @@ struct WriterWorld : ChunkWorld {
   Result<void> finish() { return await(writer->finishRecording()); }
 
   const SimSegmentedMovie& movie() { return world.mediaWriters.lastSegmentedMovie(); }
-  Bytes delivered(std::size_t segments = SIZE_MAX) {
-    ByteChain all;
-    if (world.mediaWriters.segmentedMovies().empty()) return {};
-    for (const Segment& segment : movie().segments | std::views::take(segments)) all.append(segment.bytes);
-    return all.flattened();
-  }
-  /// What a recovery after this process makes of the backups.
-  Bytes recovered() {
-    StoredRecordings later(platform);
-    const auto recordings = later.getIncompleteRecordings();
-    const auto file = recordings.empty() ? std::nullopt : later.recoverRecording(recordings[0].id);
-    return file ? world.files.read(*file).value_or(Bytes()) : Bytes();
-  }
   const AudioSources sources;
   MediaTime start = world.dispatch.hostTime();
   std::optional<SimTone> system;
@@ -162,6 +149,35 @@ TEST(VideoChunkWriter, finishesOnDiskAloneWhenTheProcessMustEnd) {
     EXPECT_EQ(w.movie().segments.size(), last == SimSegmentScript::Last::never ? 3u : 4u);
     EXPECT_EQ(w.recovered(), w.delivered());
     EXPECT_EQ(w.movie().movie->status, AssetWriter::Status::completed);
+  }
+}
+
+TEST(VideoChunkWriter, handsNothingOverOnceTheProcessEnds) {
+  for (const bool isOpen : {true, false}) {
+    WriterWorld w;
+    w.upload->holdsAnswers = !isOpen;
+    w.record(19s);
+    const std::size_t parts = w.upload->partSizes.size();
+    w.ChunkWorld::start(w.writer->finishWithoutUpload());
+    w.upload->answerAll();
+    w.world.dispatch.advance(3s);
+    EXPECT_TRUE(w.outcome && *w.outcome);
+    EXPECT_EQ(w.movie().segments.size(), 3u) << "the last one would have filled a part";
+    EXPECT_EQ(w.upload->partSizes.size(), parts);
+    w.writer.reset();
+    EXPECT_EQ(w.recovered(), w.delivered());
+  }
+}
+
+TEST(VideoChunkWriter, doesNotWaitForASegmentBehindTheLastPicture) {
+  for (const int halfSeconds : {20, 21}) {
+    WriterWorld w({.system = false, .mic = false});
+    w.record(500ms * (halfSeconds + 1), MediaTime(1, 2));
+    const MediaTime before = w.world.dispatch.hostTime();
+    ASSERT_TRUE(w.finish());
+    EXPECT_LT(w.world.dispatch.hostTime() - before, MediaTime(1, 1));
+    EXPECT_EQ(w.movie().segments.size(), halfSeconds == 20 ? 2u : 3u);
+    EXPECT_EQ(w.upload->received, w.delivered());
   }
 }
 
