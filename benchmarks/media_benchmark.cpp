@@ -90,7 +90,7 @@ MovieFile longMovie(const Path& path, int seconds) {
   (void)encoder->encodeSilence(MediaTime(1, 1), [&](EncodedPacket packet) { packets.push_back(std::move(packet)); });
   const std::vector<TrackFormat> formats(3, encoder->format());
   const auto muxer = *FragmentMuxer::create(formats);
-  auto movie = *MovieFile::create(path, {.largestCopy = 0});
+  auto movie = *MovieFile::create(path, MovieFileType::mpeg4, {.largestCopy = 0});
   std::int64_t count = 0;
   for (int second = 0; second < seconds; ++second) {
     for (; count * 1024 < (second + 1) * std::int64_t{48'000}; ++count) {

@@ -129,36 +129,47 @@ std::optional<Path> StoredRecordings::outputPath(const SegmentBackupMetadata& me
   return joined(*directory, "recovered_" + name + (isVideo ? ".mp4" : ".m4a"));
 }
 
+Result<std::optional<std::int64_t>> StoredRecordings::appendFile(const Path& file, const Path& output) {
+  const auto info = files_.info(file);
+  if (!info) return std::nullopt;
+  if (files_.appendCopy({.file = file, .count = info->size}, output)) return info->size;
+  // Which of the two files it was, shows when they are touched one by one.
+  auto bytes = files_.read(file);
+  if (!bytes) return std::nullopt;
+  const auto size = static_cast<std::int64_t>(bytes->size());
+  TRY_VOID(files_.append(output, ByteChain(*std::move(bytes)), Durability::cached));
+  return size;
+}
+
 bool StoredRecordings::rebuild(const Path& directory, SegmentBackupMetadata metadata, const Path& output) {
   std::ignore = files_.remove(output);
-  const auto write = [&](Bytes bytes, Durability durability) {
-    const auto written = files_.append(output, ByteChain(std::move(bytes)), durability);
-    if (!written) logger_.error("Failed to create output stream");
-    return written.has_value();
+  const auto failed = [&] {
+    logger_.error("Failed to create output stream");
+    return false;
   };
-  auto init = files_.read(joined(directory, "init.mp4"));
-  if (!init) {
+  const auto init = appendFile(joined(directory, "init.mp4"), output);
+  if (!init) return failed();
+  if (!*init) {
     logger_.error("Failed to read init segment");
     return false;
   }
-  std::size_t total = init->size();
-  if (!write(*std::move(init), Durability::cached)) return false;
+  std::int64_t total = **init;
   logger_.info("Wrote init segment: " + std::to_string(total) + " bytes");
 
   std::erase_if(metadata.segments, [](const FMP4SegmentInfo& segment) { return !segment.isMedia(); });
   std::ranges::sort(metadata.segments, {}, &FMP4SegmentInfo::index);
   int segments = 0;
   for (const FMP4SegmentInfo& segment : metadata.segments) {
-    auto bytes = files_.read(joined(directory, segmentFileName(segment)));
-    if (!bytes) {
+    const auto appended = appendFile(joined(directory, segmentFileName(segment)), output);
+    if (!appended) return failed();
+    if (!*appended) {
       logger_.error("Failed to read segment " + std::to_string(segment.index) + ", skipping");
       continue;
     }
-    total += bytes->size();
-    if (!write(*std::move(bytes), Durability::cached)) return false;
+    total += **appended;
     ++segments;
   }
-  if (!write({}, Durability::durable)) return false;
+  if (!files_.append(output, {}, Durability::durable)) return failed();
   logger_.info("Successfully recovered recording: " + metadata.id + " (" + std::to_string(total) + " bytes, " +
                std::to_string(segments) + " segments)");
   return true;

@@ -42,6 +42,8 @@ class StoredRecordings {
   std::optional<Path> findByFileId(const std::string& fileId);
   std::optional<Path> recover(const Path& directory, const std::string& id);
   std::optional<Path> outputPath(const SegmentBackupMetadata& metadata, const std::string& id);
+  /// A file's bytes behind the output's; nullopt when they cannot be read, an error when they cannot be written.
+  Result<std::optional<std::int64_t>> appendFile(const Path& file, const Path& output);
   bool rebuild(const Path& directory, SegmentBackupMetadata metadata, const Path& output);
   bool isProtected(const std::string& recordingId);
   bool remove(const std::string& id);

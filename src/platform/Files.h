@@ -56,7 +56,10 @@ class Files {
   /// The same, durably, with a piece of another file, whose bytes do not come through this process where the system can
   /// help it. `FilesError::endOfFile` when that file ends before the piece does.
   virtual Result<void> copyNew(const FilePiece& from, const Path& path) = 0;
+  /// To the end of a file, which is made when it is missing. A failure leaves what it held before.
   virtual Result<void> append(const Path& path, const ByteChain& bytes, Durability durability) = 0;
+  /// The same, into the page cache, with a piece of another file as `copyNew` does it.
+  virtual Result<void> appendCopy(const FilePiece& from, const Path& path) = 0;
   virtual Result<Bytes> read(const Path& path) = 0;
   /// At most `count` bytes from `offset` on; fewer when the file ends before.
   virtual Result<Bytes> readRange(const Path& path, std::int64_t offset, std::int64_t count) = 0;

@@ -14,9 +14,9 @@ struct Places {
   Path applicationSupport;  ///< $XDG_DATA_HOME, ~/.local/share
   Path caches;              ///< $XDG_CACHE_HOME, ~/.cache
   Path preferences;         ///< $XDG_CONFIG_HOME, ~/.config
-  Path temporary;           ///< $TMPDIR, /tmp
+  Path temporary;           ///< $TMPDIR, a folder among the caches; for whoever writes there to create
   Path movies;              ///< the user's Videos directory (xdg user-dirs), ~/Videos
-  Path runtime;             ///< $XDG_RUNTIME_DIR; a private directory below `temporary` when unset
+  Path runtime;             ///< $XDG_RUNTIME_DIR; a private directory below $TMPDIR or /tmp when unset
 };
 
 /// Where this system keeps `name`; nullopt when the user has no place for application data.

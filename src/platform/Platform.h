@@ -17,6 +17,7 @@
 #include "platform/desktop/UserNotifications.h"
 #include "platform/desktop/WindowSystem.h"
 #include "platform/media/AssetWriter.h"
+#include "platform/media/AudioExporter.h"
 #include "platform/network/Network.h"
 
 namespace quillbeam {
@@ -38,6 +39,7 @@ struct Platform {
   ScreenCapture& screenCapture;
   CaptureDevices& captureDevices;
   MediaWriters& mediaWriters;
+  AudioExporter& audioExporter;
   WindowSystem& windowSystem;
   UserNotifications& userNotifications;
   Network& network;

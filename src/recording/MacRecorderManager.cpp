@@ -3,8 +3,9 @@
 #include <chrono>
 #include <tuple>
 
-#include "chunking/ChunkUploadError.h"
+#include "recording/AudioSessionRecorder.h"
 #include "recording/RecordingError.h"
+#include "recording/ScreenRecording.h"
 
 namespace quillbeam {
 
@@ -52,15 +53,41 @@ Task<void> MacRecorderManager::run(StartRequest request) {
   print("🎯 macOS: Recording mode: " + config_.recordingMode);
   const Resolution resolution = config_.mode() == RecordingMode::screen ? chooseOutputResolution() : Resolution{};
   chooseUploadDelegate(request);
-  auto chunkWriter = makeChunkWriter(request, resolution);
+  recording_ = makeRecording(request, resolution);
+  print(isToBeUploaded(request) ? "🎯 Using chunked recording with native upload"
+                                : "🎯 Using traditional recording (local file only)");
   recordingStartTime_ = platform_.dispatch.now();
   switch (config_.mode()) {
     case RecordingMode::screen:
-      co_return co_await runScreenRecording(request, resolution, std::move(chunkWriter));
+      co_return co_await recording_->start();
     case RecordingMode::audioOnly:
-      co_return RecordingError::screenCaptureNotSupported;
+      co_return co_await startAudioOnly(request);
     case RecordingMode::unknown:
       co_return RecordingError::invalidRecordingMode;
+  }
+  std::unreachable();
+}
+
+Task<void> MacRecorderManager::startAudioOnly(const StartRequest& request) {
+  if (isToBeUploaded(request)) {
+    print("🎯 AudioSessionRecorder: Native chunked upload enabled");
+    print("🎯 macOS: Audio-only with native chunked upload enabled");
+  }
+  CO_TRY_VOID(co_await recording_->start());
+  print("🎯 macOS: Using AudioSessionRecorder for audio-only recording");
+  co_return success;
+}
+
+std::unique_ptr<RunningRecording> MacRecorderManager::makeRecording(const StartRequest& request,
+                                                                    Resolution resolution) {
+  switch (config_.mode()) {
+    case RecordingMode::screen:
+      return makeScreenRecording(request, resolution);
+    case RecordingMode::audioOnly:
+      return std::make_unique<AudioSessionRecorder>(platform_, journal_, request.filePath,
+                                                    makeAudioChunkWriter(request));
+    case RecordingMode::unknown:
+      return nullptr;
   }
   std::unreachable();
 }
@@ -81,32 +108,40 @@ void MacRecorderManager::chooseUploadDelegate(const StartRequest& request) {
   print("🎯 Using native upload delegate (auto-configured)");
 }
 
-std::unique_ptr<VideoChunkWriter> MacRecorderManager::makeChunkWriter(const StartRequest& request,
-                                                                      Resolution resolution) {
-  if (!request.teamId || !request.folderId || !request.fileName || !nativeUploadDelegate_) {
-    print("🎯 Using traditional recording (local file only)");
-    return nullptr;
-  }
-  std::unique_ptr<VideoChunkWriter> writer;
-  if (config_.mode() == RecordingMode::screen) {
-    const Path backup = chunkBackupPath(request.filePath);
-    print("📁 VideoChunkWriter backup path: " + backup);
-    print("📁 MacRecorderManager main path: " + request.filePath);
-    writer = std::make_unique<VideoChunkWriter>(
-        platform_, uploads_.storedRecordings, uploads_.notifications,
-        VideoChunkWriter::Options{.recording = {.teamId = *request.teamId,
-                                                .folderId = *request.folderId,
-                                                .fileName = *request.fileName,
-                                                .contentType = "video/mp4",
-                                                .localFile = backup},
-                                  .width = resolution.width,
-                                  .height = resolution.height,
-                                  .sources = {config_.includeSystemAudio, config_.includeMicrophone}});
-    writer->setUploadDelegate(nativeUploadDelegate_);
-    writer->setObserver(this);
-    print("✅ Chunked recording setup completed for " + *request.fileName);
-  }
-  print("🎯 Using chunked recording with native upload");
+bool MacRecorderManager::isToBeUploaded(const StartRequest& request) const {
+  return request.teamId && request.folderId && request.fileName && nativeUploadDelegate_;
+}
+
+std::unique_ptr<VideoChunkWriter> MacRecorderManager::makeVideoChunkWriter(const StartRequest& request,
+                                                                           Resolution resolution) {
+  if (!isToBeUploaded(request)) return nullptr;
+  const Path backup = chunkBackupPath(request.filePath);
+  print("📁 VideoChunkWriter backup path: " + backup);
+  print("📁 MacRecorderManager main path: " + request.filePath);
+  auto writer = std::make_unique<VideoChunkWriter>(
+      platform_, uploads_.storedRecordings, uploads_.notifications,
+      VideoChunkWriter::Options{.recording = {.teamId = *request.teamId,
+                                              .folderId = *request.folderId,
+                                              .fileName = *request.fileName,
+                                              .contentType = "video/mp4",
+                                              .localFile = backup},
+                                .width = resolution.width,
+                                .height = resolution.height,
+                                .sources = {config_.includeSystemAudio, config_.includeMicrophone}});
+  writer->setUploadDelegate(nativeUploadDelegate_);
+  writer->setObserver(this);
+  print("✅ Chunked recording setup completed for " + *request.fileName);
+  return writer;
+}
+
+std::unique_ptr<AudioChunkWriter> MacRecorderManager::makeAudioChunkWriter(const StartRequest& request) {
+  if (!isToBeUploaded(request)) return nullptr;
+  auto writer = std::make_unique<AudioChunkWriter>(
+      platform_, uploads_.storedRecordings, uploads_.notifications,
+      AudioChunkWriter::Options{
+          .recording = {.teamId = *request.teamId, .folderId = *request.folderId, .fileName = *request.fileName},
+          .sources = {}});
+  writer->setUploadDelegate(nativeUploadDelegate_);
   return writer;
 }
 
@@ -124,13 +159,13 @@ std::optional<std::string> MacRecorderManager::currentNativeUploadFileId() const
   return session ? std::optional(session->fileId) : std::nullopt;
 }
 
-Task<void> MacRecorderManager::runScreenRecording(const StartRequest& request, Resolution resolution,
-                                                  std::unique_ptr<VideoChunkWriter> chunkWriter) {
+std::unique_ptr<RunningRecording> MacRecorderManager::makeScreenRecording(const StartRequest& request,
+                                                                          Resolution resolution) {
+  auto chunkWriter = makeVideoChunkWriter(request, resolution);
   ScreenRecording::Request recording{
       .filePath = request.filePath, .config = config_, .resolution = resolution, .display = selectedDisplay_};
   if (chunkWriter) recording.chunkBackup = chunkBackupPath(request.filePath);
-  recording_ = std::make_unique<ScreenRecording>(platform_, journal_, std::move(recording), std::move(chunkWriter));
-  co_return co_await recording_->start();
+  return std::make_unique<ScreenRecording>(platform_, journal_, std::move(recording), std::move(chunkWriter));
 }
 
 Resolution MacRecorderManager::chooseOutputResolution() const {
@@ -145,38 +180,21 @@ Resolution MacRecorderManager::chooseOutputResolution() const {
 
 Task<StopRecordingResult> MacRecorderManager::stopMacRecording() {
   if (phase_ == Phase::starting) std::ignore = co_await settled();
-  co_return co_await stop(UploadEnd::awaited);
+  co_return co_await stop();
 }
 
-Task<StopRecordingResult> MacRecorderManager::stop(UploadEnd uploadEnd) {
+Task<StopRecordingResult> MacRecorderManager::stop() {
   if (phase_ != Phase::recording) co_return StopRecordingResult{};
   const bool usesUpload = nativeUploadDelegate_ != nullptr;
   const auto fileId = currentNativeUploadFileId();
   enter(Phase::stopping);
-  std::ignore = co_await recording_->stop();
+  const auto filePath = co_await recording_->stop();
   lastReport_ = recording_->report();
-  const auto finished = co_await finishChunks(uploadEnd);
   forgetRecording();
   isPaused_ = false;
   enter(Phase::idle);
-  if (!finished) co_return chunkUploadError(finished.error(), lastReport_->filePath);
-  co_return StopRecordingResult{
-      .filePath = lastReport_->filePath, .usedNativeUpload = usesUpload, .nativeUploadFileId = fileId};
-}
-
-Task<void> MacRecorderManager::finishChunks(UploadEnd uploadEnd) {
-  VideoChunkWriter* writer = recording_->chunkWriter();
-  if (writer == nullptr) co_return success;
-  if (uploadEnd == UploadEnd::leftForLater) {
-    auto finished = co_await writer->finishWithoutUpload();
-    recording_->chunksAreFinished();
-    co_return finished;
-  }
-  auto finished = co_await writer->finishRecording();
-  recording_->chunksAreFinished();
-  print(finished ? "✅ Chunked recording finalized successfully"
-                 : "❌ Failed to finalize chunked recording: " + finished.error().description());
-  co_return finished;
+  if (!filePath) co_return filePath.error();
+  co_return StopRecordingResult{.filePath = *filePath, .usedNativeUpload = usesUpload, .nativeUploadFileId = fileId};
 }
 
 Task<ScreenCaptureSelection> MacRecorderManager::selectScreenCaptureContent() {
@@ -191,11 +209,14 @@ Task<ScreenCaptureSelection> MacRecorderManager::selectScreenCaptureContent() {
 Value MacRecorderManager::getMacRecordingStatus() const {
   const double duration =
       recordingStartTime_ ? std::chrono::duration<double>(platform_.dispatch.now() - *recordingStartTime_).count() : 0;
-  return ValueMap{{"isRecording", phase_ == Phase::recording},
+  ValueMap status{{"isRecording", phase_ == Phase::recording},
                   {"isPaused", isPaused_},
                   {"duration", duration},
                   {"includeSystemAudio", config_.includeSystemAudio},
                   {"includeMicrophone", config_.includeMicrophone}};
+  if (!recording_) return status;
+  for (const auto& [key, value] : recording_->getRecordingStatus()) status.set(key, value);
+  return status;
 }
 
 MacRecorderManager::PauseChange MacRecorderManager::pause() {
@@ -214,7 +235,8 @@ std::optional<RecordingReport> MacRecorderManager::report() { return recording_ 
 
 Task<void> MacRecorderManager::stopForTermination() {
   if (phase_ == Phase::starting) std::ignore = co_await settled();
-  std::ignore = co_await stop(UploadEnd::leftForLater);
+  if (recording_) recording_->hurry();
+  std::ignore = co_await stop();
   co_return success;
 }
 

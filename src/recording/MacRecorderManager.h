@@ -8,12 +8,15 @@
 #include "base/Completion.h"
 #include "base/Date.h"
 #include "base/Value.h"
+#include "chunking/AudioChunkWriter.h"
 #include "chunking/ChunkUploadDelegate.h"
+#include "chunking/VideoChunkWriter.h"
 #include "chunking/VideoChunkWriterDelegate.h"
 #include "platform/Platform.h"
+#include "recording/MacRecordingConfig.h"
 #include "recording/RecordingJournal.h"
 #include "recording/RecordingUploads.h"
-#include "recording/ScreenRecording.h"
+#include "recording/RunningRecording.h"
 #include "upload/NativeUploadAdapter.h"
 
 namespace quillbeam {
@@ -84,19 +87,19 @@ class MacRecorderManager : private VideoChunkWriterDelegate {
  private:
   enum class Phase { idle, starting, recording, stopping };
 
-  enum class UploadEnd { awaited, leftForLater };
-
   void chunkWriterDidUploadPart(int partNumber) override;
   void chunkWriterDidFailWithError(const Error& error) override;
 
   Task<void> run(StartRequest request);
-  Task<void> runScreenRecording(const StartRequest& request, Resolution resolution,
-                                std::unique_ptr<VideoChunkWriter> chunkWriter);
+  std::unique_ptr<RunningRecording> makeRecording(const StartRequest& request, Resolution resolution);
+  std::unique_ptr<RunningRecording> makeScreenRecording(const StartRequest& request, Resolution resolution);
   Resolution chooseOutputResolution() const;
   void chooseUploadDelegate(const StartRequest& request);
-  std::unique_ptr<VideoChunkWriter> makeChunkWriter(const StartRequest& request, Resolution resolution);
-  Task<StopRecordingResult> stop(UploadEnd uploadEnd);
-  Task<void> finishChunks(UploadEnd uploadEnd);
+  bool isToBeUploaded(const StartRequest& request) const;
+  std::unique_ptr<VideoChunkWriter> makeVideoChunkWriter(const StartRequest& request, Resolution resolution);
+  std::unique_ptr<AudioChunkWriter> makeAudioChunkWriter(const StartRequest& request);
+  Task<void> startAudioOnly(const StartRequest& request);
+  Task<StopRecordingResult> stop();
   void forgetRecording();
   void enter(Phase phase);
   void print(std::string_view line) const { platform_.standardOutput.print(line); }
@@ -111,7 +114,7 @@ class MacRecorderManager : private VideoChunkWriterDelegate {
   std::optional<ShareableDisplay> selectedDisplay_;
   std::shared_ptr<ChunkUploadDelegate> nativeUploadDelegate_;
   std::shared_ptr<NativeUploadAdapter> ownAdapter_;  ///< the delegate, when it was made here
-  std::unique_ptr<ScreenRecording> recording_;
+  std::unique_ptr<RunningRecording> recording_;
   std::optional<RecordingReport> lastReport_;
   std::vector<Completion<void>> waitingToSettle_;
 };

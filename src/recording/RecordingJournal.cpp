@@ -24,8 +24,9 @@ RecordingJournal::RecordingJournal(Files& files, const Places& places, Random& r
 
 Path RecordingJournal::recordPath(const std::string& id) const { return joined(directory_, id + ".json"); }
 
-Result<std::string> RecordingJournal::open(const Path& filePath, Date now) {
-  const OpenRecording record{.id = random_.uuid().string(), .filePath = filePath, .startedAt = now};
+Result<std::string> RecordingJournal::open(const Path& filePath, Date now, std::optional<Path> mixInto) {
+  const OpenRecording record{
+      .id = random_.uuid().string(), .filePath = filePath, .startedAt = now, .mixInto = std::move(mixInto)};
   TRY_VOID(files_.createDirectories(directory_));
   TRY(const std::string text, toJson(toValue(record), JsonLayout::indented));
   TRY_VOID(files_.writeAtomically(recordPath(record.id), encoded(text)));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,9 +17,10 @@ struct OpenRecording {
   std::string id;
   std::string filePath;
   Date startedAt;
+  std::optional<std::string> mixInto;  ///< its tracks are to be mixed into this file when it is finished
   static constexpr auto fields() {
     return std::tuple(field("id", &OpenRecording::id), field("filePath", &OpenRecording::filePath),
-                      field("startedAt", &OpenRecording::startedAt));
+                      field("startedAt", &OpenRecording::startedAt), field("mixInto", &OpenRecording::mixInto));
   }
 };
 
@@ -31,7 +33,7 @@ class RecordingJournal {
   RecordingJournal(Files& files, const Places& places, Random& random);
 
   /// The new record's id.
-  Result<std::string> open(const Path& filePath, Date now);
+  Result<std::string> open(const Path& filePath, Date now, std::optional<Path> mixInto = std::nullopt);
   void close(const std::string& id);
   /// Every record there is; unreadable ones are set aside. At launch these are recordings whose process died.
   std::vector<OpenRecording> openRecordings();

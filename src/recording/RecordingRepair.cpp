@@ -4,6 +4,7 @@
 #include <tuple>
 
 #include "base/Text.h"
+#include "recording/MultiTrackMix.h"
 
 namespace quillbeam {
 
@@ -42,7 +43,25 @@ Task<void> RecordingRepair::repair(OpenRecording recording) {
   } else {
     out.print("⚠️ RecordingRepair: Could not recover " + path + ": " + report.error().fullDescription());
   }
+  if (report && recording.mixInto) co_return co_await mix(std::move(recording));
   if (report || !isWorthAnotherTry(report.error())) journal_.close(recording.id);
+  co_return success;
+}
+
+Task<void> RecordingRepair::mix(OpenRecording recording) {
+  StandardOutput& out = platform_.standardOutput;
+  const Path output = *recording.mixInto;
+  const std::string kept = "; both tracks are kept in " + recording.filePath;
+  if (platform_.files.exists(output)) {
+    out.print("⚠️ RecordingRepair: There is a file already: " + output + kept);
+    journal_.close(recording.id);
+    co_return success;
+  }
+  MultiTrackMix tracks(platform_, recording.filePath, output);
+  const auto mixed = co_await tracks.run();
+  out.print(mixed ? "✅ RecordingRepair: Mixed into " + output
+                  : "⚠️ RecordingRepair: Could not mix into " + output + ": " + mixed.error().fullDescription() + kept);
+  if (mixed || !MultiTrackMix::isWorthAnotherTry(mixed.error())) journal_.close(recording.id);
   co_return success;
 }
 

@@ -13,12 +13,14 @@ class RecordingRepair {
  public:
   RecordingRepair(Platform& platform, RecordingJournal& journal);
 
-  /// Repairs what the journal holds now. A record goes when its file is repaired, gone or holds nothing; it stays for
-  /// the next launch when the file could not be read or written.
+  /// Repairs what the journal holds now, and mixes what was to be mixed. A record goes when its file is repaired, gone
+  /// or holds nothing; it stays for the next launch when a file could not be read or written. A file that lies where
+  /// the mix is to go is left alone; so are the tracks then.
   Task<void> run();
 
  private:
   Task<void> repair(OpenRecording recording);
+  Task<void> mix(OpenRecording recording);
 
   Platform& platform_;
   RecordingJournal& journal_;

@@ -6,6 +6,7 @@
 #include "base/Mutex.h"
 #include "platform/Logging.h"
 #include "platform/media/AssetWriter.h"
+#include "recording/WriterSession.h"
 
 namespace quillbeam {
 
@@ -19,22 +20,21 @@ class RecordingTimeline {
   };
 
   RecordingTimeline(StandardOutput& out, AssetWriter& writer, Baseline baseline)
-      : out_(out), writer_(writer), baseline_(baseline) {}
+      : out_(out), session_(out, writer, ""), baseline_(baseline) {}
 
   bool expectsVideo() const { return baseline_ == Baseline::firstVideoFrame; }
   std::optional<MediaTime> recordingBaseTime() const;
-  bool assetWriterSessionStarted() const;
+  bool assetWriterSessionStarted() const { return session_.hasStarted(); }
 
   void setRecordingBaseTimeIfNeeded(MediaTime time);
-  void startAssetWriterSessionIfNeeded(MediaTime sourceTime);
+  void startAssetWriterSessionIfNeeded(MediaTime sourceTime) { session_.startIfNeeded(sourceTime); }
 
  private:
   StandardOutput& out_;
-  AssetWriter& writer_;
+  WriterSession session_;
   const Baseline baseline_;
   mutable Mutex mutex_;
   std::optional<MediaTime> recordingBaseTime_ GUARDED_BY(mutex_);
-  bool assetWriterSessionStarted_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace quillbeam

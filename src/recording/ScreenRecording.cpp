@@ -3,6 +3,7 @@
 #include <tuple>
 
 #include "base/Text.h"
+#include "chunking/ChunkUploadError.h"
 #include "recording/RecordingError.h"
 
 namespace quillbeam {
@@ -23,7 +24,7 @@ ScreenRecording::ScreenRecording(Platform& platform, RecordingJournal& journal, 
       delegate_(platform.standardOutput, [this](const Error& error) { captureEnded_ = error; }) {}
 
 ScreenRecording::~ScreenRecording() {
-  microphoneManager_.reset();
+  microphoneFallback_.reset();
   stream_.reset();
   if (!audioOutput_) return;
   audioQueue_->sync([this] { audioOutput_->cancelRetries(); });
@@ -36,15 +37,11 @@ Task<void> ScreenRecording::start() {
 }
 
 void ScreenRecording::unwind() {
-  microphoneManager_.reset();
+  microphoneFallback_.reset();
   stream_.reset();
   if (file_) file_->cancel();
   if (journalId_) journal_.close(*journalId_);
   chunksAreFinished();
-}
-
-void ScreenRecording::chunksAreFinished() {
-  if (const auto id = std::exchange(chunkJournalId_, std::nullopt)) journal_.close(*id);
 }
 
 Task<void> ScreenRecording::openFileAndCapture() {
@@ -123,7 +120,7 @@ void ScreenRecording::configureMicrophone(StreamConfiguration& configuration) {
 }
 
 bool ScreenRecording::usesMicrophoneFallback() const {
-  return request_.config.includeMicrophone && platform_.systemVersion < streamCapturesMicrophone;
+  return request_.config.includeMicrophone && MicrophoneFallback::isNeeded(platform_);
 }
 
 void ScreenRecording::makeReceivers() {
@@ -173,17 +170,11 @@ Result<void> ScreenRecording::addOutputs() {
 }
 
 Result<void> ScreenRecording::startMicrophoneFallback() {
-  print("🎤 Starting AVCaptureDevice microphone fallback for macOS 14.4");
   const auto deliver = [this](const SampleBuffer& sample) {
     if (!microphoneOutput_) return;
     microphoneQueue_->async([this, sample] { microphoneOutput_->handleAVCaptureSample(sample); });
   };
-  microphoneManager_ = std::make_unique<AVCaptureMicrophoneManager>(
-      AVCaptureMicrophoneManager::Parts{platform_.dispatch, platform_.standardOutput, platform_.permissions,
-                                        platform_.captureDevices},
-      deliver);
-  TRY_VOID(microphoneManager_->startCapture());
-  print("🎤 AVCaptureDevice microphone fallback started successfully");
+  TRY(microphoneFallback_, MicrophoneFallback::start(platform_, "", deliver));
   return success;
 }
 
@@ -193,8 +184,16 @@ void ScreenRecording::startSessions() {
   if (microphoneOutput_) microphoneQueue_->async([this] { microphoneOutput_->startSession(); });
 }
 
-Task<void> ScreenRecording::stop() {
+Task<std::optional<Path>> ScreenRecording::stop() {
+  const UploadEnd uploadEnd = uploadEnd_;
   std::ignore = co_await stopCapture();
+  std::ignore = co_await finishFile();
+  const auto uploaded = co_await finishChunks(uploadEnd);
+  if (!uploaded) co_return chunkUploadError(uploaded.error(), request_.filePath);
+  co_return request_.filePath;
+}
+
+Task<void> ScreenRecording::finishFile() {
   std::ignore = co_await file_->finish(platform_.files);
   // A file that could not be finished stays in the journal: the next launch repairs it.
   if (file_->assetWriter().status() == AssetWriter::Status::completed && journalId_) journal_.close(*journalId_);
@@ -203,10 +202,7 @@ Task<void> ScreenRecording::stop() {
 
 Task<void> ScreenRecording::stopCapture() {
   print("🎯 Stopping screen capture stream...");
-  if (microphoneManager_ && microphoneManager_->isCapturing()) {
-    microphoneManager_->stopCapture();
-    print("🎯 AVCapture microphone fallback stopped");
-  }
+  if (microphoneFallback_) microphoneFallback_->stop();
   const auto stopped = co_await stream_->stopCapture();
   print(stopped ? "🎯 Screen capture stream stopped"
                 : "Error stopping screen capture: " + stopped.error().description());
@@ -216,6 +212,25 @@ Task<void> ScreenRecording::stopCapture() {
   framesDroppedByStream_ = stream_->statistics().framesDropped;
   stream_.reset();
   co_return success;
+}
+
+Task<void> ScreenRecording::finishChunks(UploadEnd uploadEnd) {
+  if (!chunkWriter_) co_return success;
+  if (uploadEnd == UploadEnd::leftForLater) {
+    auto settled = co_await chunkWriter_->finishWithoutUpload();
+    chunksAreFinished();
+    co_return settled;
+  }
+  auto finished = co_await chunkWriter_->finishRecording();
+  chunksAreFinished();
+  print(finished ? "✅ Chunked recording finalized successfully"
+                 : "❌ Failed to finalize chunked recording: " + finished.error().description());
+  co_return finished;
+}
+
+/// Their file needs no repair any more.
+void ScreenRecording::chunksAreFinished() {
+  if (const auto id = std::exchange(chunkJournalId_, std::nullopt)) journal_.close(*id);
 }
 
 void ScreenRecording::finalizeReceivers() {

@@ -5,26 +5,24 @@
 
 #include "chunking/VideoChunkWriter.h"
 #include "platform/Platform.h"
-#include "recording/AVCaptureMicrophoneManager.h"
 #include "recording/AudioStreamOutput.h"
 #include "recording/MacRecordingConfig.h"
+#include "recording/MicrophoneFallback.h"
 #include "recording/MicrophoneStreamOutput.h"
 #include "recording/RecordingJournal.h"
 #include "recording/RecordingReport.h"
 #include "recording/RecordingStatistics.h"
 #include "recording/RecordingTimeline.h"
+#include "recording/RunningRecording.h"
 #include "recording/ScreenCaptureDelegate.h"
 #include "recording/ScreenCaptureStreamOutput.h"
 #include "recording/SingleFileWriter.h"
 
 namespace quillbeam {
 
-/// One recording of the screen, from the start of its writer to the finished file. Owns everything that runs for it;
-/// destroying it leaves nothing running. Main queue; the receivers live on their three sample queues.
-///
-///     made → start ok → running → stop → ended
-///              └ failed: everything opened is closed, the file is gone
-class ScreenRecording {
+/// One recording of the screen, from the start of its writer to the finished file. Main queue; the receivers live on
+/// their three sample queues.
+class ScreenRecording final : public RunningRecording {
  public:
   struct Request {
     Path filePath;
@@ -37,16 +35,13 @@ class ScreenRecording {
   /// `chunkWriter`, if any, gets everything that is captured.
   ScreenRecording(Platform& platform, RecordingJournal& journal, Request request,
                   std::unique_ptr<VideoChunkWriter> chunkWriter);
-  ~ScreenRecording();
+  ~ScreenRecording() override;
 
-  Task<void> start();
-  /// Stops capturing and finishes the file. Never fails: what went wrong is in the log and in the report.
-  Task<void> stop();
-  /// After the stop: nullptr when the recording is not uploaded.
-  VideoChunkWriter* chunkWriter() { return chunkWriter_.get(); }
-  /// The chunk writer has finished: its file needs no repair.
-  void chunksAreFinished();
-  RecordingReport report();
+  Task<void> start() override;
+  /// What goes wrong with the file is in the log and in the report, no error of the stop.
+  Task<std::optional<Path>> stop() override;
+  void hurry() override { uploadEnd_ = UploadEnd::leftForLater; }
+  RecordingReport report() override;
 
  private:
   Task<void> openFileAndCapture();
@@ -60,6 +55,9 @@ class ScreenRecording {
   Result<void> startMicrophoneFallback();
   void startSessions();
   Task<void> stopCapture();
+  Task<void> finishFile();
+  Task<void> finishChunks(UploadEnd uploadEnd);
+  void chunksAreFinished();
   void finalizeReceivers();
   void unwind();
   bool usesMicrophoneFallback() const;
@@ -72,6 +70,7 @@ class ScreenRecording {
   std::optional<std::string> chunkJournalId_;  ///< of the chunk writer's local backup
   std::optional<Error> captureEnded_;
   std::int64_t framesDroppedByStream_ = 0;
+  UploadEnd uploadEnd_ = UploadEnd::awaited;
 
   // Each line below may use the ones above it; they go in reverse: stream and microphone first, then the queues (which
   // run what is left on them), then the receivers, the writer last.
@@ -87,7 +86,7 @@ class ScreenRecording {
   std::unique_ptr<DispatchQueue> microphoneQueue_;
   ScreenCaptureDelegate delegate_;
   std::unique_ptr<CaptureStream> stream_;
-  std::unique_ptr<AVCaptureMicrophoneManager> microphoneManager_;
+  std::unique_ptr<MicrophoneFallback> microphoneFallback_;
 };
 
 }  // namespace quillbeam

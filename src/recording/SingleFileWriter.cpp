@@ -14,7 +14,7 @@ SingleFileWriter::SingleFileWriter(StandardOutput& out, Path path, std::unique_p
 Result<std::unique_ptr<SingleFileWriter>> SingleFileWriter::create(MediaWriters& writers, StandardOutput& out,
                                                                    const Path& path, Resolution resolution,
                                                                    const RecordingConfig& config) {
-  TRY(auto assetWriter, writers.makeMovieWriter(path, NetworkUse::optimized));
+  TRY(auto assetWriter, writers.makeMovieWriter(path, MovieFileType::mpeg4, NetworkUse::optimized));
   std::unique_ptr<SingleFileWriter> writer(new SingleFileWriter(out, path, std::move(assetWriter)));
   writer->addTracks(resolution, config);
   return writer;

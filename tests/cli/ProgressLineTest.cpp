@@ -20,8 +20,8 @@ TEST(OutputFile, namesARecordingByItsLocalStart) {
   const Places places{.movies = "/home/ada/Videos"};
   setenv("TZ", "UTC-2", 1);
   tzset();
-  const auto path = defaultOutputFile(places, Date(std::chrono::seconds(1'795'384'203)));
-  EXPECT_EQ(path, "/home/ada/Videos/Recording 2026-11-22 at 23.50.03.mp4");
+  const auto path = defaultOutputFile(places, Date(std::chrono::seconds(1'795'384'203)), "m4a");
+  EXPECT_EQ(path, "/home/ada/Videos/Recording 2026-11-22 at 23.50.03.m4a");
 }
 
 }  // namespace

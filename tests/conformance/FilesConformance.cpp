@@ -56,6 +56,9 @@ TEST_P(FilesConformance, copiesPiecesOfFilesThatAreLongEnough) {
   EXPECT_EQ(content(at("piece")), "3456");
   EXPECT_EQ(errorCode(files().copyNew({at("source"), 0, 1}, at("piece"))), EEXIST);
   EXPECT_TRUE(files().copyNew({at("source"), 8, 3}, at("other")).error().is(FilesError::endOfFile));
+  ASSERT_TRUE(files().appendCopy({at("source"), 0, 2}, at("piece")));
+  EXPECT_TRUE(files().appendCopy({at("source"), 8, 3}, at("piece")).error().is(FilesError::endOfFile));
+  EXPECT_EQ(content(at("piece")), "345601") << "what failed left nothing";
   EXPECT_EQ(files().readRange(at("source"), 8, 3).value_or(Bytes()), (Bytes{'8', '9'}));
   EXPECT_THAT(names(root()), ElementsAre("piece", "source"));
 }

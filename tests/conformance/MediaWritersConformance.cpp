@@ -63,7 +63,7 @@ class MediaWritersConformance : public ConformanceTest {
   };
 
   Movie begin() {
-    Movie movie{*writers_->makeMovieWriter(path_, NetworkUse::optimized)};
+    Movie movie{*writers_->makeMovieWriter(path_, MovieFileType::mpeg4, NetworkUse::optimized)};
     movie.pictures = movie.writer->addVideoInput(video);
     movie.sound = movie.writer->addAudioInput(audio);
     EXPECT_EQ(movie.writer->status(), AssetWriter::Status::unknown);
@@ -116,7 +116,7 @@ TEST_P(MediaWritersConformance, aFinishedMovieIsCompleteAndNeedsNoRepair) {
 }
 
 TEST_P(MediaWritersConformance, inputsTakeOnlyWhatTheyCanPlaceOnTheTimeline) {
-  const auto writer = *writers_->makeMovieWriter(path_, NetworkUse::notOptimized);
+  const auto writer = *writers_->makeMovieWriter(path_, MovieFileType::mpeg4, NetworkUse::notOptimized);
   AssetWriterInput& pictures = *writer->addVideoInput(video);
   EXPECT_EQ(writer->addVideoInput(video), nullptr) << "one track of pictures";
   ASSERT_TRUE(writer->startWriting());
@@ -133,14 +133,17 @@ TEST_P(MediaWritersConformance, inputsTakeOnlyWhatTheyCanPlaceOnTheTimeline) {
 }
 
 TEST_P(MediaWritersConformance, refusalsSayWhy) {
-  const auto unreachable = writers_->makeMovieWriter(directory_ + "/missing/movie.mp4", NetworkUse::optimized);
+  const auto unreachable =
+      writers_->makeMovieWriter(directory_ + "/missing/movie.mp4", MovieFileType::mpeg4, NetworkUse::optimized);
   ASSERT_FALSE(unreachable);
   EXPECT_TRUE(unreachable.error().is(AssetWriterError::cannotOpenFile));
 
-  const auto late = *writers_->makeMovieWriter(path_, NetworkUse::optimized);
+  const auto late = *writers_->makeMovieWriter(path_, MovieFileType::mpeg4, NetworkUse::optimized);
   late->addAudioInput(audio);
   ASSERT_TRUE(files_->writeNew(path_, ByteChain(Bytes{1, 2, 3}), Durability::cached));
-  EXPECT_TRUE(writers_->makeMovieWriter(path_, NetworkUse::optimized).error().is(AssetWriterError::fileExists));
+  EXPECT_TRUE(writers_->makeMovieWriter(path_, MovieFileType::mpeg4, NetworkUse::optimized)
+                  .error()
+                  .is(AssetWriterError::fileExists));
   EXPECT_FALSE(late->startWriting()) << "a file that appeared meanwhile is not overwritten";
   EXPECT_EQ(late->status(), AssetWriter::Status::failed);
   EXPECT_TRUE(late->error()->is(AssetWriterError::fileExists));

@@ -50,14 +50,15 @@ class Movie:
         rows = (raw[i:i + squares] for i in range(0, len(raw), squares * every))
         return [sum(1 << bit for bit, level in enumerate(row) if level > 127) for row in rows]
 
-    def tone_level(self, track, hertz):
-        """Amplitude (0…1) of a tone on the left of an audio track: the median over the tenths of its middle second, so
-        that a hiccup of a busy machine's player does not count."""
+    def tone_level(self, track, hertz, window=0.1):
+        """Amplitude (0…1) of a tone on the left of an audio track: the median over the windows (whole periods, in seconds)
+        of its middle second, so that a hiccup of a busy machine's player does not count. A drift that is being corrected
+        takes something away; less so in short windows."""
         raw = _output(["ffmpeg", "-v", "error", "-ss", str(self.duration / 2 - 0.5), "-t", "1", "-i", self.path,
                        "-map", f"0:a:{track}", "-af", "pan=mono|c0=c0", "-ar", str(SOUND_RATE), "-f", "f32le", "-"])
         samples = array.array("f", raw)
-        tenth = SOUND_RATE // 10
-        return statistics.median(_amplitude(samples[i:i + tenth], hertz) for i in range(0, len(samples) - tenth, tenth))
+        size = round(SOUND_RATE * window)
+        return statistics.median(_amplitude(samples[i:i + size], hertz) for i in range(0, len(samples) - size, size))
 
     def decodes_cleanly(self):
         """The decoder's complaints about the whole file; empty when there are none."""

@@ -78,6 +78,29 @@ TEST_F(LinuxCaptureStreamTest, followsAChangeOfMode) {
   EXPECT_TRUE(delegate.errors.empty());
 }
 
+TEST_F(LinuxCaptureStreamTest, deliversSoundWhereThereIsNoDisplayWithPicturesThatLastAsLong) {
+  LinuxScreenCapture displayless(world.dispatch(), sounds, log, ":4711");
+  EXPECT_FALSE(run(displayless.shareableContent()));
+  const auto content = run(displayless.shareableContentForSound());
+  ASSERT_TRUE(content);
+  auto configuration = configured(2, 2);
+  configuration.minimumFrameInterval = MediaTime(1, 2'147'483'647);
+  configuration.capturesAudio = true;
+  stream = displayless.makeStream(content->displays.front(), configuration, delegate).value();
+  ASSERT_TRUE(stream->addStreamOutput(output, OutputType::screen, *pictureQueue));
+  ASSERT_TRUE(stream->addStreamOutput(output, OutputType::audio, *soundQueue));
+  ASSERT_TRUE(run(stream->startCapture()));
+  world.letPass(2500ms);
+  ASSERT_TRUE(run(stream->stopCapture()));
+  const auto blocks = samples.of(OutputType::audio);
+  const auto pictures = samples.of(OutputType::screen);
+  EXPECT_TRUE(areContiguous(blocks));
+  EXPECT_LE(pictures.size(), 6u) << "a picture a second is enough, and the last one";
+  const auto soundEnd = blocks.back().presentationTime() + blocks.back().duration();
+  EXPECT_LT(pictures.back().presentationTime() - soundEnd, MediaTime(1, 50));
+  EXPECT_LT(pictures.front().presentationTime() - blocks.front().presentationTime(), MediaTime(1, 12));
+}
+
 TEST_F(LinuxCaptureStreamTest, deliversEverythingBeforeItReportsADeadServer) {
   PrivateDisplay display;
   QB_NEEDS_DISPLAY(display);

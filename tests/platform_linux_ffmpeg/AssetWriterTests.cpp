@@ -57,7 +57,7 @@ TEST_F(MovieWriting, keepsSoundWhereItsStampsSay) {
 
 TEST_F(MovieWriting, samplesBeforeTheSessionAreCutToTheSample) {
   FfmpegMediaWriters writers;
-  const auto writer = *writers.makeMovieWriter(path_, NetworkUse::optimized);
+  const auto writer = *writers.makeMovieWriter(path_, MovieFileType::mpeg4, NetworkUse::optimized);
   AssetWriterInput& pictures = *writer->addVideoInput(screenVideo);
   AssetWriterInput& sound = *writer->addAudioInput(meetingSound);
   ASSERT_TRUE(writer->startWriting());

@@ -39,7 +39,7 @@ inline bool appendWhenReady(AssetWriterInput& input, const SampleBuffer& sample)
 struct Recording {
   explicit Recording(const Path& path, VideoSettings video = screenVideo, MovieFile::Limits limits = {})
       : settings(video), writers(limits) {
-    auto made = writers.makeMovieWriter(path, NetworkUse::optimized);
+    auto made = writers.makeMovieWriter(path, MovieFileType::mpeg4, NetworkUse::optimized);
     if (!made) return;
     writer = *std::move(made);
     pictures = writer->addVideoInput(settings);

@@ -23,7 +23,7 @@ TEST(XdgPlaces, followsTheVariablesAndFallsBackBelowHome) {
   EXPECT_EQ(plain.applicationSupport, "/home/ada/.local/share");
   EXPECT_EQ(plain.caches, "/home/ada/.cache");
   EXPECT_EQ(plain.preferences, "/home/ada/.config");
-  EXPECT_EQ(plain.temporary, "/tmp");
+  EXPECT_EQ(plain.temporary, "/home/ada/.cache/io.quillbeam.app/tmp");
   EXPECT_EQ(plain.movies, "/home/ada/Videos");
   EXPECT_TRUE(plain.runtime.starts_with("/tmp/quillbeam-"));
 

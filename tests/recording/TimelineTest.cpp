@@ -81,7 +81,8 @@ TEST(RecordingTimeline, countsATrackFromItsOwnFirstSampleWhereNoPicturesAreExpec
   SimWorld world;
   Platform platform = world.platform();
   ASSERT_TRUE(world.files.createDirectories("/tmp"));
-  const auto writer = world.mediaWriters.makeMovieWriter("/tmp/sound.mp4", NetworkUse::optimized).value();
+  const auto writer =
+      world.mediaWriters.makeMovieWriter("/tmp/sound.mp4", MovieFileType::mpeg4, NetworkUse::optimized).value();
   AssetWriterInput* input = writer->addAudioInput(MacRecordingConfig::audioSettings());
   ASSERT_TRUE(writer->startWriting());
   RecordingTimeline timeline(platform.standardOutput, *writer, RecordingTimeline::Baseline::ownFirstSample);

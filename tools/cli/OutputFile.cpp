@@ -7,13 +7,13 @@
 
 namespace quillbeam::cli {
 
-Path defaultOutputFile(const Places& places, Date now) {
+Path defaultOutputFile(const Places& places, Date now, std::string_view extension) {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
   std::tm local{};
   localtime_r(&seconds, &local);
   char name[64];
-  std::strftime(name, sizeof(name), "Recording %Y-%m-%d at %H.%M.%S.mp4", &local);
-  return joined(places.movies, name);
+  std::strftime(name, sizeof(name), "Recording %Y-%m-%d at %H.%M.%S.", &local);
+  return joined(places.movies, name + std::string(extension));
 }
 
 Path absolutePath(const std::string& given) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "base/Date.h"
 #include "platform/Files.h"
@@ -8,8 +9,8 @@
 
 namespace quillbeam::cli {
 
-/// "Recording 2026-11-22 at 21.50.03.mp4", local time, in the user's Videos directory.
-Path defaultOutputFile(const Places& places, Date now);
+/// "Recording 2026-11-22 at 21.50.03.mp4" for the extension "mp4", local time, in the user's Videos directory.
+Path defaultOutputFile(const Places& places, Date now, std::string_view extension);
 /// `given` as the user meant it: relative to the working directory.
 Path absolutePath(const std::string& given);
 /// Also from one file system to another.

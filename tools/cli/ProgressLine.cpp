@@ -19,6 +19,14 @@ std::string formatted(const char* format, Arguments... arguments) {
   return text;
 }
 
+std::string beginningText(const RecordingFigures& figures, double elapsedSeconds) {
+  return "● " + durationText(elapsedSeconds) + "  " + sizeText(figures.fileBytes) + "  ";
+}
+
+std::string levelsText(const RecordingFigures& figures) {
+  return "sound " + levelBar(figures.systemAudioLevel) + "  mic " + levelBar(figures.microphoneLevel);
+}
+
 }  // namespace
 
 std::string durationText(double seconds) {
@@ -45,9 +53,16 @@ std::string levelBar(double peak) {
 }
 
 std::string progressText(const RecordingFigures& figures, double elapsedSeconds) {
-  return "● " + durationText(elapsedSeconds) + "  " + sizeText(figures.fileBytes) + "  " +
-         std::to_string(figures.videoFrames) + " frames, " + std::to_string(figures.droppedFrames) +
-         " dropped  sound " + levelBar(figures.systemAudioLevel) + "  mic " + levelBar(figures.microphoneLevel);
+  return beginningText(figures, elapsedSeconds) + std::to_string(figures.videoFrames) + " frames, " +
+         std::to_string(figures.droppedFrames) + " dropped  " + levelsText(figures);
+}
+
+std::string soundProgressText(const RecordingFigures& figures, double elapsedSeconds) {
+  return beginningText(figures, elapsedSeconds) + levelsText(figures);
+}
+
+std::string mixText(double progress) {
+  return "Mixing the tracks: " + std::to_string(std::llround(100 * std::clamp(progress, 0.0, 1.0))) + " % …";
 }
 
 ProgressLine::ProgressLine() : isTerminal_(isatty(STDERR_FILENO) == 1) {}

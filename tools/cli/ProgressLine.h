@@ -12,8 +12,11 @@ namespace quillbeam::cli {
 std::string durationText(double seconds);
 std::string sizeText(std::int64_t bytes);
 std::string levelBar(double peak);
-/// Everything a person wants to see while a recording runs, on one line.
+/// Everything a person wants to see while a recording runs, on one line; of one without pictures, and of the tracks
+/// being mixed at its end (0…1).
 std::string progressText(const RecordingFigures& figures, double elapsedSeconds);
+std::string soundProgressText(const RecordingFigures& figures, double elapsedSeconds);
+std::string mixText(double progress);
 
 /// One line of a terminal that is written over again and again. Silent where standard error is no terminal.
 class ProgressLine {

@@ -46,10 +46,15 @@ std::string resultText(const RecordingFigures& figures) {
          "): " + figures.filePath;
 }
 
+std::string soundResultText(const RecordingFigures& figures) {
+  return "Recorded " + durationText(figures.durationSeconds) + " (" + sizeText(figures.fileBytes) +
+         "): " + figures.filePath;
+}
+
 }  // namespace
 
 RecordCommand::RecordCommand(CLI::App& program)
-    : Command(program.add_subcommand("record", "Record the screen until Ctrl-C")),
+    : Command(program.add_subcommand("record", "Record the screen, or sound alone, until Ctrl-C")),
       service_(commandLine(), "--upload-url") {
   commandLine().add_option("--team", teamId_, "Upload the recording while it runs: the team that will own it");
   commandLine().add_option("--folder", folderId_, "The folder that will hold it")->capture_default_str();
@@ -71,16 +76,25 @@ ExitCode RecordCommand::run() {
     complain("to upload the recording, give both --team and --folder");
     return ExitCode::badUsage;
   }
+  if (!recordsPictures(mode_) && (withoutMicrophone_ || withoutSystemAudio_)) {
+    complain("the mode " + mode_ + " always records the microphone and what the computer plays");
+    return ExitCode::badUsage;
+  }
   using Lines = LinuxPlatform::DiagnosticLines;
   CommandWorld world(verbose_ ? Lines::standardError : Lines::systemLog, CommandWorld::Signals::areWatched);
   if (output_.empty()) {
-    output_ = defaultOutputFile(world.platform().places, world.platform().dispatch.now());
+    const std::string_view extension = recordsPictures(mode_) ? "mp4" : "m4a";
+    output_ = defaultOutputFile(world.platform().places, world.platform().dispatch.now(), extension);
     if (auto made = world.platform().files.createDirectories(world.platform().places.movies); !made) {
       complain(made.error().fullDescription());
       return ExitCode::failed;
     }
   }
   output_ = absolutePath(output_);
+  if (world.platform().files.exists(output_)) {
+    complain(output_ + ": exists already");
+    return ExitCode::failed;
+  }
   Interrupts interrupts(world, [this] { giveUp(); });
   return world.run(record(world.platform(), interrupts));
 }
@@ -88,8 +102,8 @@ ExitCode RecordCommand::run() {
 Task<ExitCode> RecordCommand::record(Platform& platform, Interrupts& interrupts) {
   CO_TRY(const auto host, co_await NativeHost::find(platform, "record"));
   if (!host->isForeign() && wantsSound() && !soundServerAnswers(platform)) {
-    complain(describe(ScreenCaptureError::noSoundServer) + " (" + environmentHint() +
-             "). Without sound: --no-microphone --no-system-audio");
+    complain(describe(ScreenCaptureError::noSoundServer) + " (" + environmentHint() + ")" +
+             (recordsPictures(mode_) ? ". Without sound: --no-microphone --no-system-audio" : ""));
     co_return ExitCode::nothingToCapture;
   }
   auto outcome = co_await recordThrough(platform, interrupts, *host);
@@ -132,14 +146,17 @@ std::optional<Duration> RecordCommand::length() const {
 void RecordCommand::report(const RecordingRun::Outcome& outcome) const {
   const bool hasFile = !outcome.stopReply.at("filePath").isNil();
   if (asJson_ && hasFile) printLine(resultJson(outcome));
-  if (!asJson_ && hasFile) printLine(resultText(outcome.figures));
+  const bool hasPictures = recordsPictures(mode_);
+  if (!asJson_ && hasFile) printLine(hasPictures ? resultText(outcome.figures) : soundResultText(outcome.figures));
   if (!outcome.complaint.empty()) complain(outcome.complaint);
   if (outcome.code == ExitCode::nothingToCapture) complain(environmentHint());
 }
 
 void RecordCommand::giveUp() const {
-  complain("gave up; the file is complete up to its last second or so. To finish it: quillbeam repair '" + output_ +
-           "'");
+  complain(recordsPictures(mode_)
+               ? "gave up; the file is complete up to its last second or so. To finish it: quillbeam repair '" +
+                     output_ + "'"
+               : "gave up; the next `quillbeam record` or `quillbeam serve` finishes " + output_);
   // Nothing may run any more: an orderly end is what was given up.
   _exit(static_cast<int>(ExitCode::gaveUp));
 }

@@ -45,7 +45,9 @@ Task<RecordingRun::Outcome> RecordingRun::run() {
 }
 
 Task<void> RecordingRun::start() {
-  CO_TRY_VOID(co_await client_.ask(channel_names::screenCapture, "selectScreenCaptureContent"));
+  if (recordsPictures(request_.mode)) {
+    CO_TRY_VOID(co_await client_.ask(channel_names::screenCapture, "selectScreenCaptureContent"));
+  }
   const Value config = ValueMap{{"recordingMode", request_.mode},
                                 {"includeSystemAudio", request_.includeSystemAudio},
                                 {"includeMicrophone", request_.includeMicrophone}};
@@ -69,13 +71,18 @@ Task<void> RecordingRun::watch() {
     if (status.at("isRecording").asBool() == false) break;
     const Duration elapsed = (platform_.dispatch.hostTime() - startedAt_).toNanoseconds();
     CO_TRY_VOID(co_await readUpload());
-    const std::string uploaded = request_.upload ? "  " + transferText(transfer_) : std::string();
-    progress_.show(progressText(figures_, std::chrono::duration<double>(elapsed).count()) + uploaded);
+    progress_.show(runningText(std::chrono::duration<double>(elapsed).count()));
     if (request_.length && elapsed >= *request_.length) break;
     const Duration pause = request_.length ? std::min(betweenLooks, *request_.length - elapsed) : betweenLooks;
     CO_TRY_VOID(co_await interrupts_.wait(pause));
   }
   co_return success;
+}
+
+std::string RecordingRun::runningText(double elapsedSeconds) const {
+  const std::string text = recordsPictures(request_.mode) ? progressText(figures_, elapsedSeconds)
+                                                          : soundProgressText(figures_, elapsedSeconds);
+  return request_.upload ? text + "  " + transferText(transfer_) : text;
 }
 
 Task<void> RecordingRun::readFigures() {
@@ -96,7 +103,8 @@ Task<RecordingRun::Outcome> RecordingRun::stop() {
   auto reply = co_await awaitStop();
   CO_TRY_VOID(co_await readFigures());
   const bool hasFile = figures_.fileIsComplete && figures_.filePath == request_.filePath;
-  if (!reply && !hasFile) co_return reply.error();
+  const bool wasLeft = !reply && reply.error().is(CommonError::cancelled);
+  if (!reply && !hasFile && !wasLeft) co_return whyNoFile(reply.error());
   Outcome outcome{.code = ExitCode::ok, .figures = figures_, .stopReply = reply.value_or(Value())};
   if (!reply) {
     outcome.stopReply = ValueMap{{"filePath", request_.filePath}, {"usedNativeUpload", true}};
@@ -119,22 +127,46 @@ Task<Value> RecordingRun::awaitStop() {
     reply.emplace(std::move(answer));
     interrupts_.endWaiting();
   });
-  bool isFileComplete = false;
+  auto stage = StopStage::file;
   while (!reply) {
-    if (isFileComplete && interrupts_.haveArrived()) co_return stoppedWaiting();
-    CO_TRY_VOID(co_await readFigures());
-    CO_TRY_VOID(co_await readUpload());
+    if (stage == StopStage::upload && interrupts_.haveArrived()) co_return stoppedWaiting();
+    CO_TRY(const auto now, co_await showStopStage());
     // A signal that ended the recording must not end the upload as well.
-    if (figures_.fileIsComplete && !std::exchange(isFileComplete, true)) interrupts_.forget();
-    if (isFileComplete) progress_.show("Finishing the upload: " + transferText(transfer_) + " …");
-    auto pause = isFileComplete ? interrupts_.wait(betweenLooks) : delay(platform_.dispatch.main(), betweenLooks);
+    if (now == StopStage::upload && std::exchange(stage, now) != now) interrupts_.forget();
+    stage = now;
+    const bool mayBeLeft = stage == StopStage::upload;
+    auto pause = mayBeLeft ? interrupts_.wait(betweenLooks) : delay(platform_.dispatch.main(), betweenLooks);
     CO_TRY_VOID(co_await std::move(pause));
   }
+  CO_TRY_VOID(co_await readFigures());
+  if (!*reply && !figures_.fileIsComplete) co_return reply->error();
   if (!*reply && reply->error().description() == describe(MacBackgroundUploadError::finalizationTimeout)) {
     co_return co_await watchUpload();
   }
   if (!*reply) co_return Error("MethodError", 0, "the upload failed: " + reply->error().description() + remedy());
   co_return *std::move(reply);
+}
+
+/// A file of pictures is finished before its upload; of sound, the upload comes first, and its native half finishes and
+/// mixes the tracks even when nobody waits for that.
+Task<RecordingRun::StopStage> RecordingRun::showStopStage() {
+  CO_TRY_VOID(co_await readFigures());
+  CO_TRY_VOID(co_await readUpload());
+  CO_TRY(const auto status, co_await client_.ask(channel_names::macRecorder, "getMacRecordingStatus"));
+  if (status.at("isPostProcessing").asBool().value_or(false)) {
+    progress_.show(mixText(status.at("postProcessingProgress").asDouble().value_or(0)));
+    co_return StopStage::mix;
+  }
+  const bool uploadsFirst = !recordsPictures(request_.mode);
+  if (!request_.upload || (!figures_.fileIsComplete && !uploadsFirst)) co_return StopStage::file;
+  progress_.show("Finishing the upload: " + transferText(transfer_) + " …");
+  co_return StopStage::upload;
+}
+
+/// The reply carries the error's own text; the figures know the reason below it, and where the tracks are.
+Error RecordingRun::whyNoFile(const Error& error) const {
+  if (figures_.filePath != request_.filePath || figures_.problem.empty()) return error;
+  return Error(error.domain(), error.code(), figures_.problem);
 }
 
 /// Nobody waits for the upload any more, but bytes may still move.

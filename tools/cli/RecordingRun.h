@@ -3,6 +3,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "cli/Interrupts.h"
 #include "cli/NativeClient.h"
@@ -12,9 +13,12 @@
 
 namespace quillbeam::cli {
 
+/// Whether a recording in this mode has pictures, or is sound alone.
+inline bool recordsPictures(std::string_view mode) { return mode.starts_with("screen"); }
+
 /// One recording through a native half, from choosing the display to the finished file.
 ///
-///     select → start → watch (until told to stop, the time is up, or something breaks) → stop
+///     select (what has pictures) → start → watch (until told to stop, the time is up, or something breaks) → stop
 class RecordingRun {
  public:
   struct Request {
@@ -50,7 +54,11 @@ class RecordingRun {
   Task<void> readUpload();
   Task<Outcome> stop();
   Task<Value> awaitStop();
+  enum class StopStage { file, mix, upload };
+  Task<StopStage> showStopStage();
+  std::string runningText(double elapsedSeconds) const;
   Task<Value> watchUpload();
+  Error whyNoFile(const Error& error) const;
   Error stoppedWaiting() const;
   std::string remedy() const;
   Task<Outcome> failedToStart(Error error);

@@ -34,10 +34,13 @@ struct ShareableContent {
 
 enum class OutputType { screen, audio, microphone };
 
+/// Streams look at their display no more often than this.
+inline constexpr MediaTime shortestFrameInterval{1, 24};
+
 struct StreamConfiguration {
   int width = 0;  ///< of the delivered pictures; the display is scaled down to it when it is larger
   int height = 0;
-  MediaTime minimumFrameInterval{1, 24};
+  MediaTime minimumFrameInterval = shortestFrameInterval;  ///< a shorter one is taken for this
   bool capturesAudio = false;
   int sampleRate = 48'000;
   int channelCount = 2;
@@ -115,6 +118,9 @@ class ScreenCapture {
   /// Displays (the main one first) and on-screen windows, desktop windows included. `noDisplayServer` when there is
   /// none.
   virtual Task<ShareableContent> shareableContent() = 0;
+  /// What a stream that is wanted for its sound can be made of. Needs no display: a platform may offer a scripted one,
+  /// whose streams deliver sound as all do, and with it a picture that never changes.
+  virtual Task<ShareableContent> shareableContentForSound() = 0;
   /// A stream of the whole display. The delegate outlives the stream.
   virtual Result<std::unique_ptr<CaptureStream>> makeStream(const ShareableDisplay& display,
                                                             const StreamConfiguration& configuration,

@@ -4,6 +4,7 @@
 
 #include "platform/linux/capture/LinuxScreenCapture.h"
 #include "platform/linux/curl/CurlNetwork.h"
+#include "platform/linux/ffmpeg/FfmpegAudioExporter.h"
 #include "platform/linux/ffmpeg/FfmpegMediaWriters.h"
 #include "platform/linux/posix/Environment.h"
 #include "platform/linux/posix/JsonUserDefaults.h"
@@ -103,6 +104,7 @@ struct LinuxPlatform::Parts {
   X11Permissions permissions;
   LinuxScreenCapture screenCapture;
   FfmpegMediaWriters mediaWriters;
+  FfmpegAudioExporter audioExporter;
   ProcMemory processMemory;
   std::unique_ptr<QtWindowSystem> qt;
   NoWindowSystem noWindows;
@@ -122,6 +124,7 @@ struct LinuxPlatform::Parts {
                     .screenCapture = screenCapture,
                     .captureDevices = captureDevices,
                     .mediaWriters = mediaWriters,
+                    .audioExporter = audioExporter,
                     .windowSystem = qt ? static_cast<WindowSystem&>(*qt) : noWindows,
                     .userNotifications = userNotifications,
                     .network = network,

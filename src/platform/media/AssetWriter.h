@@ -101,6 +101,9 @@ constexpr std::string_view errorDomain(AssetWriterError) { return "AssetWriterEr
 
 enum class NetworkUse { notOptimized, optimized };
 
+/// Both are the same container; the second says of itself that it is sound alone.
+enum class MovieFileType { mpeg4, appleM4A };
+
 /// What `repair` found.
 struct RepairReport {
   MediaTime duration;               ///< of the longest track
@@ -113,8 +116,9 @@ class MediaWriters {
  public:
   virtual ~MediaWriters() = default;
 
-  /// A writer for a new MPEG-4 file. `fileExists`, `cannotOpenFile` (with the reason) at once, before anything starts.
-  virtual Result<std::unique_ptr<AssetWriter>> makeMovieWriter(const Path& path, NetworkUse use) = 0;
+  /// A writer for a new file. `fileExists`, `cannotOpenFile` (with the reason) at once, before anything starts.
+  virtual Result<std::unique_ptr<AssetWriter>> makeMovieWriter(const Path& path, MovieFileType type,
+                                                               NetworkUse use) = 0;
 
   /// A writer of segments. Fails only for options that make no sense (`AssetWriterError::cannotEncode`); a movie file
   /// that cannot be opened is `SegmentWriter::movieError()`.

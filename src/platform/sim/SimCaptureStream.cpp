@@ -28,7 +28,9 @@ SimCaptureStream::SimCaptureStream(Dispatch& dispatch, const SimCaptureScript& s
       configuration_(configuration),
       delegate_(delegate),
       gone_(std::move(gone)),
-      counters_(std::make_shared<Counters>()) {}
+      counters_(std::make_shared<Counters>()) {
+  configuration_.minimumFrameInterval = std::max(configuration_.minimumFrameInterval, shortestFrameInterval);
+}
 
 SimCaptureStream::~SimCaptureStream() {
   counters_->closed = true;

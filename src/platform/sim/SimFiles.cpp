@@ -191,6 +191,12 @@ Result<void> SimFiles::copyNew(const FilePiece& from, const Path& path) {
   return writeNew(path, ByteChain(std::move(bytes)), Durability::durable);
 }
 
+Result<void> SimFiles::appendCopy(const FilePiece& from, const Path& path) {
+  TRY(Bytes bytes, readRange(from.file, from.offset, from.count));
+  if (std::cmp_less(bytes.size(), from.count)) return FilesError::endOfFile;
+  return append(path, ByteChain(std::move(bytes)), Durability::cached);
+}
+
 Result<void> SimFiles::writeNew(const Path& path, const ByteChain& bytes, Durability durability) {
   TRY(const NodePtr node, create(path));
   Result<void> written = fill(node, path, bytes, durability);

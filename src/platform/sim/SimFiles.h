@@ -34,6 +34,7 @@ class SimFiles final : public Files {
   Result<void> createDirectories(const Path& path) override;
   Result<void> writeAtomically(const Path& path, const ByteChain& bytes) override;
   Result<void> copyNew(const FilePiece& from, const Path& path) override;
+  Result<void> appendCopy(const FilePiece& from, const Path& path) override;
   Result<void> writeNew(const Path& path, const ByteChain& bytes, Durability durability) override;
   Result<void> append(const Path& path, const ByteChain& bytes, Durability durability) override;
   Result<Bytes> read(const Path& path) override;

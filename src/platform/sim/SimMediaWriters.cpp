@@ -38,13 +38,15 @@ MediaTime SimMovie::duration() const {
   return end - start;
 }
 
-Result<std::unique_ptr<AssetWriter>> SimMediaWriters::makeMovieWriter(const Path& path, NetworkUse use) {
+Result<std::unique_ptr<AssetWriter>> SimMediaWriters::makeMovieWriter(const Path& path, MovieFileType type,
+                                                                      NetworkUse use) {
   if (auto refusal = std::exchange(writerRefusal_, std::nullopt)) return *refusal;
   if (files_.exists(path)) return AssetWriterError::fileExists;
   const auto directory = files_.info(Path(parentDirectory(path)));
   if (!directory) return fileError(directory.error());
   auto movie = std::make_shared<SimMovie>();
   movie->path = path;
+  movie->fileType = type;
   movie->networkUse = use;
   movies_.push_back(movie);
   return std::unique_ptr<AssetWriter>(std::make_unique<SimAssetWriter>(*this, std::move(movie)));

@@ -25,6 +25,7 @@ struct SimMovieTrack {
 /// A movie that was written, or is. Outlives its writer, so that tests can look at it afterwards.
 struct SimMovie {
   Path path;
+  MovieFileType fileType = MovieFileType::mpeg4;
   NetworkUse networkUse = NetworkUse::notOptimized;
   AssetWriter::Status status = AssetWriter::Status::unknown;
   std::optional<Error> error;
@@ -73,7 +74,7 @@ class SimMediaWriters final : public MediaWriters {
  public:
   SimMediaWriters(Dispatch& dispatch, Files& files) : dispatch_(dispatch), files_(files) {}
 
-  Result<std::unique_ptr<AssetWriter>> makeMovieWriter(const Path& path, NetworkUse use) override;
+  Result<std::unique_ptr<AssetWriter>> makeMovieWriter(const Path& path, MovieFileType type, NetworkUse use) override;
   Result<std::unique_ptr<SegmentWriter>> makeSegmentWriter(SegmentWriterOptions options) override;
   Result<RepairReport> repair(const Path& path) override;
 

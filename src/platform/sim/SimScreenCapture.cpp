@@ -11,6 +11,13 @@ Task<ShareableContent> SimScreenCapture::shareableContent() {
   co_return ShareableContent{script.displays, script.windows};
 }
 
+Task<ShareableContent> SimScreenCapture::shareableContentForSound() {
+  CO_TRY_VOID(co_await drained(dispatch_.global()));
+  ShareableContent content;
+  if (script.displayForSound) content.displays.push_back(*script.displayForSound);
+  co_return content;
+}
+
 Result<std::unique_ptr<CaptureStream>> SimScreenCapture::makeStream(const ShareableDisplay& display,
                                                                     const StreamConfiguration& configuration,
                                                                     StreamDelegate& delegate) {

@@ -21,6 +21,7 @@ class SimScreenCapture final : public ScreenCapture {
  public:
   struct Script {
     std::vector<ShareableDisplay> displays{{1, 1920, 1080}};
+    std::optional<ShareableDisplay> displayForSound = ShareableDisplay{0, 2, 2};
     std::vector<ShareableWindow> windows;
     std::optional<Error> shareableContentError;
     std::optional<Error> makeStreamError;
@@ -30,6 +31,7 @@ class SimScreenCapture final : public ScreenCapture {
   explicit SimScreenCapture(Dispatch& dispatch) : dispatch_(dispatch) {}
 
   Task<ShareableContent> shareableContent() override;
+  Task<ShareableContent> shareableContentForSound() override;
   Result<std::unique_ptr<CaptureStream>> makeStream(const ShareableDisplay& display,
                                                     const StreamConfiguration& configuration,
                                                     StreamDelegate& delegate) override;

@@ -4,6 +4,7 @@
 
 #include "platform/Platform.h"
 #include "platform/sim/SeededRandom.h"
+#include "platform/sim/SimAudioExporter.h"
 #include "platform/sim/SimCaptureDevices.h"
 #include "platform/sim/SimDesktop.h"
 #include "platform/sim/SimDispatch.h"
@@ -50,6 +51,7 @@ class SimWorld {
             .screenCapture = screenCapture,
             .captureDevices = captureDevices,
             .mediaWriters = mediaWriters,
+            .audioExporter = audioExporter,
             .windowSystem = windowSystem,
             .userNotifications = userNotifications,
             .network = network,
@@ -84,6 +86,7 @@ class SimWorld {
   SimScreenCapture screenCapture{dispatch};
   SimCaptureDevices captureDevices{dispatch};
   SimMediaWriters mediaWriters{dispatch, files};
+  SimAudioExporter audioExporter{dispatch, files, mediaWriters};
   SimWindowSystem windowSystem;
   SimUserNotifications userNotifications;
   SystemVersion systemVersion;

@@ -9,6 +9,8 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/linux/capture/ScriptedScreen.h"
+
 namespace quillbeam {
 
 namespace {
@@ -87,8 +89,16 @@ void CaptureThread::run(const Completion<void>& started) {
   finish(std::move(outcome));
 }
 
+Result<std::unique_ptr<ScreenSource>> CaptureThread::openScreen() {
+  if (plan_.screen.displayId == ScriptedScreen::displayId) {
+    return std::make_unique<ScriptedScreen>(plan_.screen.width, plan_.screen.height);
+  }
+  TRY(auto grabber, ScreenGrabber::create(plan_.screen));
+  return grabber;
+}
+
 Result<std::unique_ptr<CapturePipeline>> CaptureThread::open() {
-  TRY(auto screen, ScreenGrabber::create(plan_.screen));
+  TRY(auto screen, openScreen());
   std::vector<SoundTrack> sounds;
   for (const auto type : {OutputType::audio, OutputType::microphone}) {
     if (plan_.delivery->hasOutput(type)) sounds.emplace_back(type, plan_.sounds, plan_.log);

@@ -55,6 +55,7 @@ class CaptureThread {
   };
 
   void run(const Completion<void>& started);
+  Result<std::unique_ptr<ScreenSource>> openScreen();
   Result<std::unique_ptr<CapturePipeline>> open();
   Result<void> tickUntilTold(CapturePipeline& pipeline, MediaTime firstTick);
   void drain(CapturePipeline& pipeline, MediaTime end);

@@ -1,9 +1,11 @@
 #include "platform/linux/capture/LinuxScreenCapture.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "base/Completion.h"
 #include "platform/linux/capture/LinuxCaptureStream.h"
+#include "platform/linux/capture/ScriptedScreen.h"
 #include "platform/linux/x11/X11Content.h"
 
 namespace quillbeam {
@@ -35,6 +37,12 @@ Task<ShareableContent> LinuxScreenCapture::shareableContent() {
   });
 }
 
+Task<ShareableContent> LinuxScreenCapture::shareableContentForSound() {
+  ShareableContent content;
+  content.displays.push_back({ScriptedScreen::displayId, ScriptedScreen::side, ScriptedScreen::side});
+  co_return content;
+}
+
 Result<std::unique_ptr<CaptureStream>> LinuxScreenCapture::makeStream(const ShareableDisplay& display,
                                                                       const StreamConfiguration& configuration,
                                                                       StreamDelegate& delegate) {
@@ -45,8 +53,10 @@ Result<std::unique_ptr<CaptureStream>> LinuxScreenCapture::makeStream(const Shar
       .width = configuration.width,
       .height = configuration.height,
       .sparePictures = static_cast<std::size_t>(configuration.queueDepth) + picturesWithEncoders};
-  return std::make_unique<LinuxCaptureStream>(LinuxCaptureStream::Parts{dispatch_, sounds_, log_}, screen,
-                                              configuration, delegate);
+  StreamConfiguration paced = configuration;
+  paced.minimumFrameInterval = std::max(configuration.minimumFrameInterval, shortestFrameInterval);
+  return std::make_unique<LinuxCaptureStream>(LinuxCaptureStream::Parts{dispatch_, sounds_, log_}, screen, paced,
+                                              delegate);
 }
 
 }  // namespace quillbeam

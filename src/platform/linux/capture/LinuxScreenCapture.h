@@ -16,6 +16,8 @@ class LinuxScreenCapture final : public ScreenCapture {
   LinuxScreenCapture(Dispatch& dispatch, SoundSources& sounds, SystemLog& log, std::string displayName = {});
 
   Task<ShareableContent> shareableContent() override;
+  /// Always the scripted display: a recording of sound depends on no display server, and reads no screen.
+  Task<ShareableContent> shareableContentForSound() override;
   /// `CommonError::invalidArgument` for sizes, intervals and depths that are not positive, `CommonError::unsupported`
   /// for a visible cursor and for other sound or pixel formats than the above. The display is looked for when capture
   /// starts.

@@ -35,7 +35,8 @@ Result<std::unique_ptr<AudioEncoder>> AudioEncoder::create(const AudioSettings& 
   context->profile = FF_PROFILE_AAC_LOW;
   context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   av_channel_layout_default(&context->ch_layout, settings.channels);
-  av_opt_set(context->priv_data, "aac_coder", "fast", 0);
+  // The fast one would cost half as much, but turns steady tones that both channels share down by 1 to 3 dB.
+  av_opt_set(context->priv_data, "aac_coder", "twoloop", 0);
   const int code = avcodec_open2(context.get(), codec, nullptr);
   if (code < 0) return cannotEncode("Opening the audio encoder", code);
   return std::unique_ptr<AudioEncoder>(new AudioEncoder(std::move(context)));

@@ -6,11 +6,14 @@
 
 namespace quillbeam {
 
-FfmpegAssetWriter::FfmpegAssetWriter(Path path, MovieFile::Limits limits)
-    : path_(std::move(path)), limits_(limits), engine_([this](const auto& tracks) { return open(tracks); }) {}
+FfmpegAssetWriter::FfmpegAssetWriter(Path path, MovieFileType type, MovieFile::Limits limits)
+    : path_(std::move(path)),
+      type_(type),
+      limits_(limits),
+      engine_([this](const auto& tracks) { return open(tracks); }) {}
 
 Result<WritingPipeline::Outputs> FfmpegAssetWriter::open(const std::vector<TrackFormat>& tracks) {
-  TRY(auto movie, MovieOutput::create(tracks, path_, limits_, bytesWritten_));
+  TRY(auto movie, MovieOutput::create(tracks, path_, type_, limits_, bytesWritten_));
   WritingPipeline::Outputs outputs;
   outputs.push_back(std::move(movie));
   return outputs;

@@ -10,7 +10,7 @@ namespace quillbeam {
 /// The writer of a movie file on top of the FFmpeg libraries.
 class FfmpegAssetWriter final : public AssetWriter {
  public:
-  FfmpegAssetWriter(Path path, MovieFile::Limits limits);
+  FfmpegAssetWriter(Path path, MovieFileType type, MovieFile::Limits limits);
 
   AssetWriterInput* addVideoInput(const VideoSettings& settings) override { return engine_.addVideoInput(settings); }
   AssetWriterInput* addAudioInput(const AudioSettings& settings) override { return engine_.addAudioInput(settings); }
@@ -27,6 +27,7 @@ class FfmpegAssetWriter final : public AssetWriter {
   Result<WritingPipeline::Outputs> open(const std::vector<TrackFormat>& tracks);
 
   const Path path_;
+  const MovieFileType type_;
   const MovieFile::Limits limits_;
   std::atomic<std::int64_t> bytesWritten_ = 0;
   WriterEngine engine_;

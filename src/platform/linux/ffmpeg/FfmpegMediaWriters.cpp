@@ -17,14 +17,15 @@ FfmpegMediaWriters::FfmpegMediaWriters(MovieFile::Limits limits) : limits_(limit
   av_log_set_level(AV_LOG_QUIET);
 }
 
-Result<std::unique_ptr<AssetWriter>> FfmpegMediaWriters::makeMovieWriter(const Path& path, NetworkUse) {
+Result<std::unique_ptr<AssetWriter>> FfmpegMediaWriters::makeMovieWriter(const Path& path, MovieFileType type,
+                                                                         NetworkUse) {
   // Every file of ours is finished with its index in front, which is all that network use asks for.
   if (::access(path.c_str(), F_OK) == 0) return AssetWriterError::fileExists;
   const std::string directory(parentDirectory(path));
   if (::access(directory.c_str(), W_OK | X_OK) != 0) {
     return Error(AssetWriterError::cannotOpenFile).withUnderlying(systemError("Opening " + path, errno));
   }
-  return std::unique_ptr<AssetWriter>(std::make_unique<FfmpegAssetWriter>(path, limits_));
+  return std::unique_ptr<AssetWriter>(std::make_unique<FfmpegAssetWriter>(path, type, limits_));
 }
 
 Result<std::unique_ptr<SegmentWriter>> FfmpegMediaWriters::makeSegmentWriter(SegmentWriterOptions options) {

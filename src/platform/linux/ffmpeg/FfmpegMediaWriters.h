@@ -11,7 +11,7 @@ class FfmpegMediaWriters final : public MediaWriters {
   /// `limits` are for files whose index shall not fit, in tests.
   explicit FfmpegMediaWriters(MovieFile::Limits limits = {});
 
-  Result<std::unique_ptr<AssetWriter>> makeMovieWriter(const Path& path, NetworkUse use) override;
+  Result<std::unique_ptr<AssetWriter>> makeMovieWriter(const Path& path, MovieFileType type, NetworkUse use) override;
   Result<std::unique_ptr<SegmentWriter>> makeSegmentWriter(SegmentWriterOptions options) override;
   Result<RepairReport> repair(const Path& path) override;
 

@@ -29,7 +29,7 @@ Result<WritingPipeline::Outputs> FfmpegSegmentWriter::open(const std::vector<Tra
 }
 
 std::unique_ptr<PacketOutput> FfmpegSegmentWriter::openMovie(const std::vector<TrackFormat>& tracks) {
-  auto output = MovieOutput::create(tracks, *options_.movieFile, limits_, movieBytesWritten_);
+  auto output = MovieOutput::create(tracks, *options_.movieFile, MovieFileType::mpeg4, limits_, movieBytesWritten_);
   MutexLock lock(mutex_);
   if (!output) {
     openingError_ = output.error();

@@ -6,10 +6,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <utility>
+#include <vector>
 
 #include "base/Check.h"
 #include "platform/linux/ffmpeg/MovieIndex.h"
-#include "platform/media/AssetWriter.h"
 
 namespace quillbeam {
 
@@ -20,12 +21,24 @@ constexpr std::uint64_t largeHeader = 16;
 constexpr std::uint64_t largestMovieHeader = 1024 * 1024;
 constexpr std::uint64_t largestFragmentHeader = 64 * 1024 * 1024;
 
-Bytes fileType() {
+std::vector<const char*> brandsOf(MovieFileType type) {
+  switch (type) {
+    case MovieFileType::mpeg4:
+      return {"isom", "iso2", "avc1", "mp41", "iso5", "iso6"};
+    case MovieFileType::appleM4A:
+      return {"M4A ", "mp42", "isom", "iso2", "iso5", "iso6"};
+  }
+  std::unreachable();
+}
+
+/// The first brand is the one that the file is best taken for.
+Bytes fileType(MovieFileType type) {
+  const auto brands = brandsOf(type);
   BoxWriter writer;
-  writer.box(boxType("ftyp"), [](BoxWriter& box) {
-    box.type(boxType("isom"));
+  writer.box(boxType("ftyp"), [&](BoxWriter& box) {
+    box.type(boxType(brands.front()));
     box.u32(0x200);
-    for (const char* brand : {"isom", "iso2", "avc1", "mp41", "iso5", "iso6"}) box.type(boxType(brand));
+    for (const char* brand : brands) box.type(boxType(brand));
   });
   return writer.take();
 }
@@ -56,12 +69,12 @@ Result<BoxHeader> readHeader(const RandomAccessFile& file, std::uint64_t offset)
 
 }  // namespace
 
-Result<MovieFile> MovieFile::create(const Path& path, Limits limits) {
+Result<MovieFile> MovieFile::create(const Path& path, MovieFileType type, Limits limits) {
   TRY(RandomAccessFile file, RandomAccessFile::create(path));
-  const Bytes type = fileType();
-  const FileRange room{type.size(), type.size() + limits.indexRoom};
+  const Bytes brands = fileType(type);
+  const FileRange room{brands.size(), brands.size() + limits.indexRoom};
   const auto prepare = [&]() -> Result<void> {
-    TRY_VOID(file.write(0, type));
+    TRY_VOID(file.write(0, brands));
     TRY_VOID(file.reserve(room));
     return file.write(room.begin, header(boxType("free"), limits.indexRoom));
   };
@@ -207,17 +220,17 @@ Result<void> MovieFile::finishBehind(ByteSpan movie) {
 
 Result<void> MovieFile::replaceByCopy(std::optional<MediaTime> end) {
   const Path copyPath = copyPathOf(file_.path());
-  const Bytes type = fileType();
+  TRY(const Bytes brands, file_.read(0, room_.begin));
   const MovieIndex index(movie_, *index_, end);
   const std::uint64_t movieSize = index.build(0).size();
-  const std::uint64_t mediaHeader = type.size() + movieSize;
+  const std::uint64_t mediaHeader = brands.size() + movieSize;
   const std::uint64_t media = mediaHeader + smallHeader;
   ::unlink(copyPath.c_str());
   TRY(RandomAccessFile copy, RandomAccessFile::create(copyPath));
   const auto fill = [&]() -> Result<void> {
     const auto shift = static_cast<std::int64_t>(media) - static_cast<std::int64_t>(mediaBegin_);
-    TRY_VOID(copy.write(0, type));
-    TRY_VOID(copy.write(type.size(), index.build(shift)));
+    TRY_VOID(copy.write(0, brands));
+    TRY_VOID(copy.write(brands.size(), index.build(shift)));
     TRY_VOID(copy.write(mediaHeader, header(boxType("mdat"), smallHeader + mediaSize())));
     TRY_VOID(copy.copy(file_, {mediaBegin_, end_}, media));
     TRY_VOID(copy.sync());

@@ -5,6 +5,7 @@
 #include "base/MediaTime.h"
 #include "platform/linux/ffmpeg/FragmentIndex.h"
 #include "platform/linux/ffmpeg/RandomAccessFile.h"
+#include "platform/media/AssetWriter.h"
 
 namespace quillbeam {
 
@@ -30,7 +31,7 @@ class MovieFile {
   };
 
   /// A new file with the room for its index. Errors as `RandomAccessFile`.
-  static Result<MovieFile> create(const Path& path, Limits limits);
+  static Result<MovieFile> create(const Path& path, MovieFileType type, Limits limits);
   /// What a dead process left behind, up to its last complete fragment. `AssetWriterError::notRecoverable` when the
   /// file was not made by this class or holds no fragment. Changes nothing.
   static Result<MovieFile> reopen(RandomAccessFile file, Limits limits);

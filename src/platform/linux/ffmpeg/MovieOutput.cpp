@@ -14,11 +14,11 @@ constexpr int fragmentsPerSync = 5;
 }  // namespace
 
 Result<std::unique_ptr<MovieOutput>> MovieOutput::create(const std::vector<TrackFormat>& tracks, const Path& path,
-                                                         MovieFile::Limits limits,
+                                                         MovieFileType type, MovieFile::Limits limits,
                                                          std::atomic<std::int64_t>& bytesWritten) {
   auto muxer = FragmentMuxer::create(tracks);
   if (!muxer) return Error(AssetWriterError::cannotEncode).withUnderlying(muxer.error());
-  TRY(MovieFile file, MovieFile::create(path, limits));
+  TRY(MovieFile file, MovieFile::create(path, type, limits));
   bytesWritten = static_cast<std::int64_t>(file.size());
   return std::unique_ptr<MovieOutput>(new MovieOutput(tracks, path, std::move(file), *std::move(muxer), bytesWritten));
 }

@@ -18,7 +18,8 @@ class MovieOutput final : public PacketOutput {
   /// A new file; errors as `MovieFile`, or `AssetWriterError::cannotEncode`. `bytesWritten` is kept current for other
   /// threads.
   static Result<std::unique_ptr<MovieOutput>> create(const std::vector<TrackFormat>& tracks, const Path& path,
-                                                     MovieFile::Limits limits, std::atomic<std::int64_t>& bytesWritten);
+                                                     MovieFileType type, MovieFile::Limits limits,
+                                                     std::atomic<std::int64_t>& bytesWritten);
 
   void push(std::size_t track, EncodedPacket packet) override { interleaver_.push(track, std::move(packet)); }
   void endTrack(std::size_t track, std::optional<MediaTime> end) override { interleaver_.endTrack(track, end); }

@@ -88,10 +88,12 @@ Places xdgPlaces(const Environment& environment) {
   places.applicationSupport = place("XDG_DATA_HOME", ".local/share");
   places.caches = place("XDG_CACHE_HOME", ".cache");
   places.preferences = place("XDG_CONFIG_HOME", ".config");
-  places.temporary = absolutePath(environment, "TMPDIR").value_or("/tmp");
+  const auto scratch = absolutePath(environment, "TMPDIR");
+  places.temporary = scratch.value_or(joined(joined(places.caches, bundleIdentifier), "tmp"));
   places.movies = videosDirectory(places.preferences, home).value_or(joined(home, "Videos"));
+  // The path of a socket has room for about a hundred characters: not among the caches.
   places.runtime = absolutePath(environment, "XDG_RUNTIME_DIR")
-                       .value_or(joined(places.temporary, "quillbeam-" + std::to_string(::geteuid())));
+                       .value_or(joined(scratch.value_or("/tmp"), "quillbeam-" + std::to_string(::geteuid())));
   return places;
 }
 

@@ -83,6 +83,20 @@ Result<UnfinishedFile> makeTemporary(const Path& directory) {
   return UnfinishedFile(FileDescriptor(file), std::move(path));
 }
 
+/// The open file, behind whose end `write` has written.
+template <class Write>
+Result<FileDescriptor> appendTo(const Path& path, Write write) {
+  // Not O_APPEND: the kernel does not copy into such files.
+  TRY(FileDescriptor file, openFile(path, O_WRONLY | O_CREAT));
+  const off_t before = ::lseek(file.get(), 0, SEEK_END);
+  if (before < 0) return systemError("find the end of " + path, errno);
+  Result<void> written = write(file);
+  if (written) return file;
+  // Whatever was written of it would read as damage.
+  if (::ftruncate(file.get(), before) == 0) return written.error();
+  return systemError("undo a partial append to " + path, errno).withUnderlying(written.error());
+}
+
 class FlockLock final : public FileLock {
  public:
   explicit FlockLock(FileDescriptor file) : file_(std::move(file)) {}
@@ -151,19 +165,17 @@ Result<void> PosixFiles::writeNew(const Path& path, const ByteChain& bytes, Dura
 }
 
 Result<void> PosixFiles::append(const Path& path, const ByteChain& bytes, Durability durability) {
-  TRY(FileDescriptor file, openFile(path, O_WRONLY | O_CREAT | O_APPEND));
-  const off_t before = ::lseek(file.get(), 0, SEEK_END);
-  if (auto written = writeAll(file, bytes, path); !written) {
-    // Whatever was written of it would read as damage.
-    if (before >= 0 && ::ftruncate(file.get(), before) != 0) {
-      return systemError("undo a partial append to " + path, errno).withUnderlying(written.error());
-    }
-    return written;
-  }
+  TRY(FileDescriptor file, appendTo(path, [&](const FileDescriptor& end) { return writeAll(end, bytes, path); }));
   if (durability == Durability::durable) {
     TRY_VOID(syncContent(file, path));
     TRY_VOID(syncDirectory(Path(parentDirectory(path))));
   }
+  if (const int error = file.close(); error != 0) return systemError("close " + path, error);
+  return success;
+}
+
+Result<void> PosixFiles::appendCopy(const FilePiece& from, const Path& path) {
+  TRY(FileDescriptor file, appendTo(path, [&](const FileDescriptor& end) { return copyAll(from, end, path); }));
   if (const int error = file.close(); error != 0) return systemError("close " + path, error);
   return success;
 }
