@@ -44,6 +44,10 @@ Task<void> RecordingRepair::repair(OpenRecording recording) {
     out.print("⚠️ RecordingRepair: Could not recover " + path + ": " + report.error().fullDescription());
   }
   if (report && recording.mixInto) co_return co_await mix(std::move(recording));
+  // Tracks that hold nothing are nobody's file.
+  if (!report && recording.mixInto && report.error().is(AssetWriterError::notRecoverable)) {
+    std::ignore = platform_.files.remove(path);
+  }
   if (report || !isWorthAnotherTry(report.error())) journal_.close(recording.id);
   co_return success;
 }

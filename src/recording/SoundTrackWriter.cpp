@@ -83,6 +83,8 @@ SoundTrackWriter::Outcome SoundTrackWriter::write(const SampleBuffer& sample, Me
     print(attempt == Attempt::retry
               ? "AssetWriter not ready on retry, dropping frame"
               : "AssetWriter not ready (status: " + rawStatus(parts_.assetWriter) + "), dropping frame");
+    // The upload goes on without the file.
+    if (parts_.alsoTo && parts_.assetWriter.status() == AssetWriter::Status::failed) parts_.alsoTo(sample);
     return Outcome::dropped;
   }
   const bool appended = parts_.input.append(*copy);

@@ -1,5 +1,9 @@
 #include <gmock/gmock.h>
 
+#include <map>
+#include <ranges>
+#include <regex>
+
 #include "chunking/ChunkUploadError.h"
 #include "recording/Recorder.h"
 #include "support/SimUploadService.h"
@@ -31,6 +35,30 @@ struct UploadingRecorder {
     for (const Segment& segment : world.mediaWriters.segmentedMovies()[recording]->segments)
       chain.append(segment.bytes);
     return chain.flattened();
+  }
+
+  /// The figures of the newest line about memory: "sysAudioQueue=12, …".
+  std::map<std::string, int> lastMemoryLine() const {
+    std::map<std::string, int> figures;
+    for (const auto& line : world.systemLog.lines() | std::views::reverse) {
+      if (line.text.find("📊 Memory Stats: ") == std::string::npos) continue;
+      static const std::regex figure("(\\w+(?:Queue|Buffers|Buffer))=(\\d+)");
+      for (std::sregex_iterator at(line.text.begin(), line.text.end(), figure), end; at != end; ++at) {
+        figures[(*at)[1]] = std::stoi((*at)[2]);
+      }
+      break;
+    }
+    return figures;
+  }
+
+  /// The simulated writers remember everything; an hour of it is too much.
+  void forgetOldSamples() {
+    for (SimMovie* movie :
+         {world.mediaWriters.movies().front().get(), &world.mediaWriters.lastSegmentedMovie().content}) {
+      for (const auto& track : movie->tracks) {
+        if (!track->samples.empty()) track->samples.erase(track->samples.begin(), track->samples.end() - 1);
+      }
+    }
   }
 
   SimWorld world;
@@ -104,6 +132,39 @@ TEST(UploadedRecording, isLeftRecoverableWhenTheProcessEnds) {
   ASSERT_EQ(kept.size(), 1u);
   const auto recovered = r.recorder.stored.recoverRecording(kept[0].id);
   EXPECT_EQ(r.world.files.read(recovered.value_or("")).value_or(Bytes()), r.segments(0));
+}
+
+TEST(UploadedRecording, goesOnWhenTheFilesDiskIsFull) {
+  UploadingRecorder r;
+  ASSERT_TRUE(r.recorder.await(r.recorder.manager.startMacRecording(Recorder::uploadRequest())));
+  r.world.dispatch.advance(5s);
+  SimMovie& file = *r.world.mediaWriters.movies().front();
+  r.world.mediaWriters.fail(file, AssetWriterError::diskFull);
+  r.world.dispatch.advance(20s);
+  EXPECT_TRUE(r.recorder.manager.report()->problem->is(AssetWriterError::diskFull));
+  ASSERT_TRUE(r.recorder.stop());
+  EXPECT_LT(file.duration(), MediaTime(6, 1));
+  const SimMovie& uploaded = r.world.mediaWriters.lastSegmentedMovie().content;
+  EXPECT_GT(uploaded.duration(), MediaTime(24, 1));
+  EXPECT_GT(uploaded.sound(0)->samples.back().presentationTime(), MediaTime(24, 1));
+  EXPECT_EQ(r.service.uploads.begin()->second.object, r.segments(0));
+}
+
+TEST(UploadedRecording, keepsItsQueuesBoundedForAnHour) {
+  UploadingRecorder r;
+  r.world.mediaWriters.setSegmentScript({.mediaSize = 600'000});
+  ASSERT_TRUE(r.recorder.await(r.recorder.manager.startMacRecording(Recorder::uploadRequest())));
+  std::map<std::string, int> largest{{"byteBuffer", 5120}};
+  for (int minute = 1; minute <= 60; ++minute) {
+    r.world.dispatch.advance(1min);
+    for (const auto& [queue, length] : r.lastMemoryLine()) {
+      if (minute <= 5) largest[queue] = std::max(largest[queue], length);
+      EXPECT_LE(length, largest[queue]) << queue << " in minute " << minute;
+    }
+    r.forgetOldSamples();
+  }
+  EXPECT_EQ(largest.size(), 4u);
+  ASSERT_TRUE(r.recorder.stop());
 }
 
 TEST(UploadedRecording, ofWhichNobodySaidWhereItBelongsStaysLocal) {

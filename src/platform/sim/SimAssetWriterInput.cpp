@@ -11,7 +11,9 @@ class SimAssetWriterInputs::Input final : public AssetWriterInput {
   Input(const SimMovie& movie, SimMovieTrack& track, const Appended& appended)
       : movie_(movie), track_(track), appended_(appended) {}
 
-  bool isReadyForMoreMediaData() const override { return movie_.status == Status::writing && track_.isReady; }
+  bool isReadyForMoreMediaData() const override {
+    return movie_.status == Status::failed || (movie_.status == Status::writing && track_.isReady);
+  }
   bool append(const SampleBuffer& sample) override {
     if (movie_.status != Status::writing || !movie_.sessionStart) return false;
     if (track_.isFinished || !track_.acceptsSamples || !fits(sample)) return false;

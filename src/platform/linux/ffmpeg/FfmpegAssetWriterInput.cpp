@@ -27,6 +27,7 @@ FfmpegAssetWriterInput::FfmpegAssetWriterInput(const WriterEngine& writer, const
       queue_(SampleQueue::Measure::nanoseconds, soundDeep, consumer) {}
 
 bool FfmpegAssetWriterInput::isReadyForMoreMediaData() const {
+  if (writer_.status() == AssetWriter::Status::failed) return true;
   return writer_.status() == AssetWriter::Status::writing && !queue_.isFull();
 }
 
