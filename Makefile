@@ -5,6 +5,7 @@ SECONDS_TO_RECORD ?= 10
 AVSYNC_SECONDS ?= 60
 BENCH_SECONDS ?= 30
 UPLOAD_MEBIBYTES ?= 1024
+ENDURANCE_MINUTES ?= 10
 TORTURE_ROUNDS ?= 20
 JOBS ?= $(shell nproc)
 
@@ -15,7 +16,8 @@ help:
 	@echo "make record   record the screen for $(SECONDS_TO_RECORD) seconds (SECONDS_TO_RECORD=…), on a private desktop when there is none"
 	@echo "make test     build everything and run every test"
 	@echo "make torture  kill recordings at random moments and recover them (TORTURE_ROUNDS=…)"
-	@echo "make bench    measure cost, picture quality, synchrony and uploads (BENCH_SECONDS=…, AVSYNC_SECONDS=…, UPLOAD_MEBIBYTES=…)"
+	@echo "make bench    measure cost, picture quality, synchrony, endurance and uploads (BENCH_SECONDS=…, AVSYNC_SECONDS=…,"
+	@echo "              UPLOAD_MEBIBYTES=…, ENDURANCE_MINUTES=…)"
 	@echo "make lint     formatting, clang-tidy, room boundaries, thread-safety analysis"
 	@echo "make build    the programs, in bin/"
 	@echo "make clean    remove everything that was built"
@@ -46,7 +48,7 @@ bench:
 	scripts/bootstrap build desktop
 	cmake --preset release
 	cmake --build --preset release --parallel $(JOBS)
-	benchmarks/whole_process/run-all build/release/bin $(BENCH_SECONDS) $(AVSYNC_SECONDS) $(UPLOAD_MEBIBYTES)
+	benchmarks/whole_process/run-all build/release/bin $(BENCH_SECONDS) $(AVSYNC_SECONDS) $(UPLOAD_MEBIBYTES) $(ENDURANCE_MINUTES)
 
 lint:
 	scripts/bootstrap build lint

@@ -14,9 +14,14 @@ def processor_seconds(pid):
 
 
 def peak_memory_mib(pid):
+    return memory_mib(pid, "VmHWM")
+
+
+def memory_mib(pid, kind):
+    """VmRSS: what is resident now; VmHWM: the most that ever was."""
     with open(f"/proc/{pid}/status", encoding="utf-8") as file:
         for line in file:
-            if line.startswith("VmHWM"):
+            if line.startswith(kind):
                 return int(line.split()[1]) / 1024
     return 0.0
 

@@ -1,7 +1,7 @@
 """A recording that is uploaded while it runs: processor time and memory beside the ffmpeg command line writing the same
 three outputs, and how far apart a flash and its beep are in each of them.
 
-usage: streaming.py PROGRAMS SECONDS AVSYNC_SECONDS      (on a private desktop)
+usage: streaming.py PROGRAMS SECONDS AVSYNC_SECONDS      (on a private desktop; QUILLBEAM_BIN names PROGRAMS too)
 """
 
 import os
@@ -93,7 +93,6 @@ def judge_synchrony(programs, seconds, directory):
 
 def main():
     programs, seconds, avsync = pathlib.Path(sys.argv[1]).resolve(), float(sys.argv[2]), float(sys.argv[3])
-    os.environ["QUILLBEAM_BIN"] = str(programs)
     with tempfile.TemporaryDirectory(prefix="quillbeam-bench-") as directory:
         compare_cost(programs, seconds, pathlib.Path(directory))
         judge_synchrony(programs, avsync, pathlib.Path(directory))
