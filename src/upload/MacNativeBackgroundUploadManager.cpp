@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <tuple>
+#include <utility>
 
 #include "base/Text.h"
 #include "upload/SessionLogText.h"
@@ -15,20 +15,9 @@ using namespace std::chrono_literals;
 using State = MacUploadSessionState;
 using Change = UploadSessionTable::Change;
 
-constexpr Duration retryDelay = 2s;
 constexpr Duration finalizationTimeout = 120s;
-constexpr Duration partRequestTimeout = 60s;
-constexpr int mostAttempts = MacNativeUploadSession::mostAttemptsPerPart;
 
 std::string orNone(const std::optional<std::string>& text) { return text.value_or("none"); }
-
-/// Without the quotes that HTTP puts around it.
-std::string etagOf(const HttpResponse& response) {
-  const std::string* header = response.header("Etag");
-  std::string etag = header == nullptr ? "" : *header;
-  std::erase(etag, '"');
-  return etag;
-}
 
 double progressOf(const MacNativeUploadSession& session) {
   const int expected = session.totalPartsExpected.value_or(0);
@@ -36,10 +25,6 @@ double progressOf(const MacNativeUploadSession& session) {
 }
 
 bool isNotFound(const Error& error) { return httpStatus(error) == 404; }
-
-BackgroundTransferOptions transferOptions() {
-  return {.identifier = "io.quillbeam.app.macos.backgroundUpload", .requestTimeout = 60s, .resourceTimeout = 600s};
-}
 
 }  // namespace
 
@@ -54,20 +39,14 @@ MacNativeBackgroundUploadManager::MacNativeBackgroundUploadManager(Platform& pla
       notifications_(notifications),
       partFiles_(platform, logger_),
       sessions_(platform.dispatch, storage),
-      taskMap_(platform.dispatch),
       finalizationWaits_(platform.dispatch),
-      backgroundSession_(platform.network.makeBackgroundSession(transferOptions(), *this)),
+      transfers_(platform, logger_, sessions_, partFiles_, *this),
       heartbeats_(main_, logger_, apiClient, sessions_),
-      verification_({main_, logger_, sessions_, taskMap_, *backgroundSession_,
-                     [this](int part, const SessionId& id) { tasks_.start(retryPart(part, id)); },
-                     [this](const SessionId& id) { retryIdleParts(id); }}),
-      tasks_(main_) {
-  logger_.info("Background URLSession configured with identifier: " + transferOptions().identifier);
-}
+      tasks_(main_) {}
 
 MacNativeBackgroundUploadManager::~MacNativeBackgroundUploadManager() {
-  // Its callbacks use everything else.
-  backgroundSession_.reset();
+  // What it tells us uses everything else.
+  transfers_.end();
 }
 
 void MacNativeBackgroundUploadManager::onMain(std::function<void(MacNativeBackgroundUploadManager& self)> work) {
@@ -159,171 +138,24 @@ void MacNativeBackgroundUploadManager::announceReady(const MacNativeUploadSessio
 
 Task<void> MacNativeBackgroundUploadManager::uploadChunk(PartContent data, int partNumber,
                                                          std::optional<std::string> sessionId) {
-  const auto context = sessions_.find(sessionId);
-  if (!context) co_return MacBackgroundUploadError::noActiveSession;
-  const SessionId id = context->session.id;
-  const auto claim = claimUnlessUnderWay(id, partNumber);
-  if (!claim || isUploaded(id, partNumber)) co_return success;
-  CO_TRY(const std::string url, co_await context->urlManager->getUrl(partNumber));
-  if (!partFiles_.isAvailable()) co_return MacBackgroundUploadError::tempDirectoryNotAvailable;
-  const std::int64_t size = sizeOf(data);
-  const Path file = partFiles_.path(id, partNumber);
-  auto written = co_await partFiles_.write(file, std::move(data));
-  if (!written) co_return failedToWriteTempFile(std::move(written).error());
-  logger_.info("Chunk " + std::to_string(partNumber) + " written to temp file: " + std::string(fileName(file)));
-  const auto session = sessions_.mutateSession(id, [&](MacNativeUploadSession& live) {
-    live.markPartPending(partNumber, now());
-    return Change::made;
-  });
-  if (!session) {
-    // Stopped meanwhile: its part files have been cleaned up already.
-    partFiles_.remove(file);
-    co_return MacBackgroundUploadError::noActiveSession;
-  }
-  if (!isParsableUrl(url)) co_return MacBackgroundUploadError::invalidPresignedUrl;
-  startTransfer(url, {.sessionId = id, .partNumber = partNumber, .chunkFile = file, .size = size});
-  logger_.info("🚀 Started background upload for part " + std::to_string(partNumber) + " (" + std::to_string(size) +
-               " bytes)" + ofSession(id));
-  co_return success;
-}
-
-void MacNativeBackgroundUploadManager::startTransfer(const std::string& url, MacTaskInfo info) {
-  HttpRequest request{.method = "PUT", .url = url, .timeout = partRequestTimeout};
-  const UploadTaskId task = backgroundSession_->makeUploadTask(std::move(request), info.chunkFile);
-  taskMap_.insert(task, std::move(info));
-  backgroundSession_->resume(task);
-}
-
-void MacNativeBackgroundUploadManager::uploadTaskDidComplete(UploadTaskId task,
-                                                             Result<std::optional<HttpResponse>> outcome) {
-  const auto info = taskMap_.find(task);
-  if (!info) {
-    logger_.info("Received completion for unknown task: " + std::to_string(static_cast<std::int64_t>(task)));
-    return;
-  }
-  if (!outcome) {
-    partDidFail(*info, outcome.error());
-    removeUnlessRetried(*info);
-  } else if (!*outcome) {
-    logger_.info("⚠️ No HTTP response for part " + std::to_string(info->partNumber) + ofSession(info->sessionId));
-    partDidFail(*info, MacBackgroundUploadError::noHttpResponse);
-  } else if ((*outcome)->isSuccess()) {
-    partDidSucceed(*info, **outcome);
-    partFiles_.remove(info->chunkFile);
-  } else {
-    partDidFail(*info, storageHttpError((*outcome)->status));
-    removeUnlessRetried(*info);
-  }
-  // At no moment is a part neither under way nor confirmed nor claimed for its retry.
-  taskMap_.remove(task);
-}
-
-void MacNativeBackgroundUploadManager::partDidSucceed(const MacTaskInfo& info, const HttpResponse& response) {
-  const std::string etag = etagOf(response);
-  logger_.info("✅ Part " + std::to_string(info.partNumber) + " uploaded successfully, ETag: " + etag +
-               ofSession(info.sessionId));
-  const auto session = sessions_.mutateSession(info.sessionId, [&](MacNativeUploadSession& live) {
-    live.markPartUploaded(info.partNumber, etag, info.size, now());
-    return Change::made;
-  });
-  if (!session) {
-    logger_.info("Session " + shortSessionId(info.sessionId) +
-                 " not found for completed upload (already finalized/cleaned up) - skipping");
-    return;
-  }
-  tellDelegate([&](auto& delegate) { delegate.uploadDidConfirmPart(*session, info.partNumber); });
-  const ValueMap userInfo{
-      {"progress", progressOf(*session)}, {"partNumber", info.partNumber}, {"fileId", session->fileId}};
-  onMain([userInfo](auto& self) { self.notifications_.post("macUploadProgressUpdated", userInfo); });
-  checkAndFinalizeIfComplete(info.sessionId);
-}
-
-void MacNativeBackgroundUploadManager::partDidFail(const MacTaskInfo& info, const Error& error) {
-  logger_.error("❌ Part " + std::to_string(info.partNumber) + " upload failed: " + error.description() +
-                ofSession(info.sessionId));
-  const auto session = sessions_.mutateSession(info.sessionId, [&](MacNativeUploadSession& live) {
-    live.markPartFailed(info.partNumber, error.description(), now());
-    return Change::made;
-  });
-  if (!session) {
-    logger_.info("Session " + shortSessionId(info.sessionId) + " not found for failed upload - skipping");
-    return;
-  }
-  tellDelegate([&](auto& delegate) { delegate.uploadPartDidFail(*session, info.partNumber, error); });
-  if (!std::ranges::count(session->getRetryableParts(mostAttempts), info.partNumber)) return;
-  if (const auto context = sessions_.find(info.sessionId)) context->urlManager->invalidateUrl(info.partNumber);
-  onMain([part = info.partNumber, id = info.sessionId, claim = claims_.claim(info.sessionId, info.partNumber)](
-             auto& self) { self.tasks_.start(self.retryLater(part, id, claim)); });
-}
-
-void MacNativeBackgroundUploadManager::removeUnlessRetried(const MacTaskInfo& info) {
-  const auto context = sessions_.find(info.sessionId);
-  const MacFailedPart* failed = context ? context->session.failedPart(info.partNumber) : nullptr;
-  if (failed == nullptr || failed->retryCount >= mostAttempts) partFiles_.remove(info.chunkFile);
-}
-
-PartClaims::Claim MacNativeBackgroundUploadManager::claimUnlessUnderWay(const SessionId& sessionId, int partNumber) {
-  // One transfer of a part at a time: a second one could fail after the first has confirmed it.
-  if (taskMap_.partsOf(sessionId).contains(partNumber)) return nullptr;
-  return claims_.claimUnlessClaimed(sessionId, partNumber);
-}
-
-bool MacNativeBackgroundUploadManager::isUploaded(const SessionId& sessionId, int partNumber) {
-  const auto context = sessions_.find(sessionId);
-  return context && context->session.isUploaded(partNumber);
-}
-
-Task<void> MacNativeBackgroundUploadManager::retryLater(int partNumber, SessionId sessionId, PartClaims::Claim) {
-  CO_TRY_VOID(co_await delay(main_, retryDelay));
-  co_return co_await runRetry(partNumber, std::move(sessionId));
-}
-
-Task<void> MacNativeBackgroundUploadManager::retryPart(int partNumber, SessionId sessionId) {
-  const auto claim = claimUnlessUnderWay(sessionId, partNumber);
-  if (!claim) co_return success;
-  co_return co_await runRetry(partNumber, std::move(sessionId));
-}
-
-Task<void> MacNativeBackgroundUploadManager::runRetry(int partNumber, SessionId sessionId) {
-  logger_.info("Retrying part " + std::to_string(partNumber) + ofSession(sessionId));
   auto context = sessions_.find(sessionId);
-  if (!context) {
-    logger_.info("Cannot retry part " + std::to_string(partNumber) + " - session " + shortSessionId(sessionId) +
-                 " not found");
-    co_return success;
-  }
-  if (!partFiles_.isAvailable()) co_return success;
-  const auto tried = co_await tryAgain(partNumber, *std::move(context));
-  if (!tried) {
-    logger_.info("Failed to retry part " + std::to_string(partNumber) + ": " + tried.error().description());
-  }
-  co_return success;
+  if (!context) co_return MacBackgroundUploadError::noActiveSession;
+  co_return co_await transfers_.upload(*std::move(context), partNumber, std::move(data));
 }
 
-Task<void> MacNativeBackgroundUploadManager::tryAgain(int partNumber, SessionContext context) {
-  const SessionId& id = context.session.id;
-  const Path file = partFiles_.path(id, partNumber);
-  CO_TRY(const auto size, co_await partFiles_.size(file));
-  if (!size) {
-    logger_.info("Temp file not found for retry: " + std::string(fileName(file)));
-    co_return success;
-  }
-  context.urlManager->invalidateUrl(partNumber);
-  CO_TRY(const std::string url, co_await context.urlManager->getUrl(partNumber));
-  if (!isParsableUrl(url)) co_return MacBackgroundUploadError::invalidPresignedUrl;
-  if (!sessions_.find(id)) co_return MacBackgroundUploadError::noActiveSession;
-  startTransfer(url, {.sessionId = id, .partNumber = partNumber, .chunkFile = file, .size = *size});
-  co_return success;
+void MacNativeBackgroundUploadManager::partWasConfirmed(const MacNativeUploadSession& session, int partNumber) {
+  tellDelegate([&](auto& delegate) { delegate.uploadDidConfirmPart(session, partNumber); });
+  const ValueMap userInfo{{"progress", progressOf(session)}, {"partNumber", partNumber}, {"fileId", session.fileId}};
+  onMain([userInfo](auto& self) { self.notifications_.post("macUploadProgressUpdated", userInfo); });
+  checkAndFinalizeIfComplete(session.id);
 }
 
-void MacNativeBackgroundUploadManager::retryIdleParts(const SessionId& sessionId) {
-  const auto context = sessions_.find(sessionId);
-  if (!context) return;
-  for (const int part : context->session.getRetryableParts(mostAttempts)) tasks_.start(retryPart(part, sessionId));
+void MacNativeBackgroundUploadManager::partHasFailed(const MacNativeUploadSession& session, int partNumber,
+                                                     const Error& error) {
+  tellDelegate([&](auto& delegate) { delegate.uploadPartDidFail(session, partNumber, error); });
 }
 
-void MacNativeBackgroundUploadManager::backgroundSessionDidFinishEvents() {
-  logger_.info("Background session finished all events");
+void MacNativeBackgroundUploadManager::transfersHaveSettled() {
   onMain([](auto& self) {
     if (Closure handler = std::exchange(self.backgroundCompletionHandler_, {})) handler();
   });
@@ -348,7 +180,7 @@ void MacNativeBackgroundUploadManager::markRecordingComplete(int totalParts,
     return Change::made;
   });
   logger_.info("Recording complete - expecting " + std::to_string(totalParts) + " total parts" + ofSession(id));
-  verification_.startUploadCompletionVerification(id);
+  transfers_.startVerification(id);
   checkAndFinalizeIfComplete(id);
 }
 
@@ -363,7 +195,7 @@ void MacNativeBackgroundUploadManager::finalizationTimedOut(const SessionId& ses
   auto completion = finalizationWaits_.take(sessionId);
   if (!completion) return;
   logger_.info("⚠️ Finalization timeout after 120s" + ofSession(sessionId));
-  verification_.stopUploadCompletionVerification(sessionId);
+  transfers_.stopVerification(sessionId);
   (*completion)(MacBackgroundUploadError::finalizationTimeout);
 }
 
@@ -378,7 +210,7 @@ void MacNativeBackgroundUploadManager::checkAndFinalizeIfComplete(const SessionI
   });
   if (!isComplete) return;
   onMain([session = *session](auto& self) {
-    self.verification_.stopUploadCompletionVerification(session.id);
+    self.transfers_.stopVerification(session.id);
     self.tasks_.start(self.finalizeSession(session));
   });
 }
@@ -451,9 +283,9 @@ void MacNativeBackgroundUploadManager::stopSession(StopKind kind, const std::opt
 void MacNativeBackgroundUploadManager::stop(const SessionContext& context, StopKind kind) {
   const SessionId& id = context.session.id;
   heartbeats_.stopHeartbeat(id);
-  verification_.stopUploadCompletionVerification(id);
+  transfers_.stopVerification(id);
   if (kind == StopKind::abort) {
-    for (const UploadTaskId task : taskMap_.tasksOf(id)) backgroundSession_->cancel(task);
+    transfers_.cancelTransfers(id);
     sessions_.mutateSession(id, [&](MacNativeUploadSession& live) {
       live.state = State::aborted;
       live.lastModifiedAt = now();
@@ -536,14 +368,9 @@ void MacNativeBackgroundUploadManager::resume(const MacNativeUploadSession& sess
   logger_.info("Resuming session: " + shortSessionId(session.id));
   sessions_.insert(makeContext(session));
   heartbeats_.startHeartbeat(session.id);
-  auto retryable = session.getRetryableParts(mostAttempts);
+  auto retryable = session.getRetryableParts(MacNativeUploadSession::mostAttemptsPerPart);
   if (retryable.empty()) return checkAndFinalizeIfComplete(session.id);
-  tasks_.start(retryAll(std::move(retryable), session.id));
-}
-
-Task<void> MacNativeBackgroundUploadManager::retryAll(std::vector<int> parts, SessionId sessionId) {
-  for (const int part : parts) CO_TRY_VOID(co_await retryPart(part, sessionId));
-  co_return success;
+  transfers_.retryInTurn(std::move(retryable), session.id);
 }
 
 Task<void> MacNativeBackgroundUploadManager::sweepLeftovers() {
@@ -563,13 +390,13 @@ Task<void> MacNativeBackgroundUploadManager::sweepLeftovers() {
 
 Task<void> MacNativeBackgroundUploadManager::prepareForTermination() {
   isEnding_ = true;
-  backgroundSession_.reset();
+  transfers_.end();
   heartbeats_.stopAll();
   tasks_.cancelAll();
   finalizationTimeouts_.clear();
   for (const SessionContext& context : sessions_.all()) {
     const SessionId& id = context.session.id;
-    verification_.stopUploadCompletionVerification(id);
+    transfers_.stopVerification(id);
     leaveForNextLaunch(id);
     sessions_.remove(id);
     finalizationWaits_.finish(id, MacBackgroundUploadError::sessionInterrupted);
@@ -615,24 +442,6 @@ std::vector<MacNativeUploadSession> MacNativeBackgroundUploadManager::runningSes
   std::vector<MacNativeUploadSession> sessions;
   for (SessionContext& context : sessions_.all()) sessions.push_back(std::move(context.session));
   return sessions;
-}
-
-Task<MacNativeBackgroundUploadManager::TransferState> MacNativeBackgroundUploadManager::transferState(
-    std::string sessionId) {
-  TransferState state;
-  if (!backgroundSession_) co_return state;
-  using Listing = std::vector<UploadTaskInfo>;
-  auto list = [this](Completion<Listing> done) {
-    backgroundSession_->listTasks([done](Listing tasks) { done(std::move(tasks)); });
-  };
-  CO_TRY(const Listing listing, co_await completed<Listing>(list));
-  const auto ours = taskMap_.tasksOf(sessionId);
-  for (const UploadTaskInfo& task : listing) {
-    if (ours.contains(task.id)) state.bytesInFlight += task.bytesSent;
-  }
-  state.activeParts = taskMap_.partsOf(sessionId);
-  state.activeParts.merge(claims_.partsOf(sessionId));
-  co_return state;
 }
 
 }  // namespace quillbeam

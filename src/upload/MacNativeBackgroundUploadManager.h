@@ -1,16 +1,14 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "base/ByteChain.h"
+#include "base/Mutex.h"
 #include "base/TaskScope.h"
 #include "base/Weakly.h"
 #include "platform/NotificationCenter.h"
@@ -22,12 +20,10 @@
 #include "upload/MacNativeUploadSession.h"
 #include "upload/MacNativeUploadSessionStorage.h"
 #include "upload/MacUploadSourceType.h"
-#include "upload/PartClaims.h"
 #include "upload/PartFiles.h"
+#include "upload/PartTransfers.h"
 #include "upload/UploadHeartbeats.h"
 #include "upload/UploadSessionTable.h"
-#include "upload/UploadTaskMap.h"
-#include "upload/UploadVerification.h"
 
 namespace quillbeam {
 
@@ -43,14 +39,14 @@ struct UploadRequest {
   std::optional<std::string> tempFileId;
 };
 
-/// Runs multipart uploads: takes parts while a recording still grows, keeps each in a file until the service has
-/// confirmed it, retries what fails (5 attempts per part, 2 s apart, each with a fresh address), remembers all of it in
-/// the session's record, and has the service make a file of the parts once the recording has ended and every part is
-/// there. Posts "macRecordingEntryUpdate", "macUploadProgressUpdated", "macUploadCompleted" and "macUploadFailed".
+/// Runs multipart uploads: takes parts while a recording still grows, has `PartTransfers` bring each to the service,
+/// remembers all of it in the session's record, and has the service make a file of the parts once the recording has
+/// ended and every part is there. Posts "macRecordingEntryUpdate", "macUploadProgressUpdated", "macUploadCompleted" and
+/// "macUploadFailed".
 ///
 /// Main queue, unless said otherwise. Detached work lives in the manager, not in its callers. The records live on their
 /// table's queue, transfers report on the background session's; neither waits for main.
-class MacNativeBackgroundUploadManager final : private BackgroundTransferDelegate, public WeaklyHeld {
+class MacNativeBackgroundUploadManager final : private PartTransfersObserver, public WeaklyHeld {
  public:
   using Finalized = FinalizationWaits::Finalized;
   enum class StopKind {
@@ -91,11 +87,8 @@ class MacNativeBackgroundUploadManager final : private BackgroundTransferDelegat
   std::optional<MacNativeUploadSession> activeSession();
   std::optional<MacNativeUploadSession> getSession(const std::string& sessionId);
   std::vector<MacNativeUploadSession> runningSessions();
-  struct TransferState {
-    std::int64_t bytesInFlight = 0;  ///< bytes of unconfirmed parts that have left this machine
-    std::set<int> activeParts;       ///< with a transfer or a retry under way, or being handed over
-  };
-  Task<TransferState> transferState(std::string sessionId);
+  using TransferState = PartTransfers::State;
+  Task<TransferState> transferState(std::string sessionId) { return transfers_.state(std::move(sessionId)); }
 
   void setDelegate(std::weak_ptr<MacNativeBackgroundUploadDelegate> delegate);
   /// Called on the main queue, once, when the background session has delivered all its events.
@@ -110,24 +103,14 @@ class MacNativeBackgroundUploadManager final : private BackgroundTransferDelegat
  private:
   using SessionId = std::string;
 
-  void uploadTaskDidComplete(UploadTaskId task, Result<std::optional<HttpResponse>> outcome) override;
-  void backgroundSessionDidFinishEvents() override;
-  void partDidSucceed(const MacTaskInfo& info, const HttpResponse& response);
-  void partDidFail(const MacTaskInfo& info, const Error& error);
-  void removeUnlessRetried(const MacTaskInfo& info);
+  void partWasConfirmed(const MacNativeUploadSession& session, int partNumber) override;
+  void partHasFailed(const MacNativeUploadSession& session, int partNumber, const Error& error) override;
+  void transfersHaveSettled() override;
   void onMain(std::function<void(MacNativeBackgroundUploadManager& self)> work);
 
   SessionContext makeContext(MacNativeUploadSession session);
   MacNativeUploadSession makeSession(const UploadRequest& request, MacNativeApiClient::InitResponse answer);
   void announceReady(const MacNativeUploadSession& session, const UploadRequest& request);
-  Task<void> retryLater(int partNumber, SessionId sessionId, PartClaims::Claim claim);
-  Task<void> retryPart(int partNumber, SessionId sessionId);
-  Task<void> runRetry(int partNumber, SessionId sessionId);
-  Task<void> tryAgain(int partNumber, SessionContext context);
-  PartClaims::Claim claimUnlessUnderWay(const SessionId& sessionId, int partNumber);
-  bool isUploaded(const SessionId& sessionId, int partNumber);
-  void retryIdleParts(const SessionId& sessionId);
-  void startTransfer(const std::string& url, MacTaskInfo info);
 
   void checkAndFinalizeIfComplete(const SessionId& sessionId);
   Task<void> finalizeSession(MacNativeUploadSession session);
@@ -142,7 +125,6 @@ class MacNativeBackgroundUploadManager final : private BackgroundTransferDelegat
   Task<void> abortStoredSession(SessionId sessionId);
   void resume(const MacNativeUploadSession& session);
   void markInterrupted(MacNativeUploadSession session);
-  Task<void> retryAll(std::vector<int> parts, SessionId sessionId);
   void leaveForNextLaunch(const SessionId& sessionId);
 
   template <class Tell>
@@ -158,8 +140,6 @@ class MacNativeBackgroundUploadManager final : private BackgroundTransferDelegat
 
   PartFiles partFiles_;
   UploadSessionTable sessions_;
-  UploadTaskMap taskMap_;
-  PartClaims claims_;  // held while a part is handed over, or its retry waits or fetches an address
   FinalizationWaits finalizationWaits_;
   Mutex delegateMutex_;
   std::weak_ptr<MacNativeBackgroundUploadDelegate> delegate_ GUARDED_BY(delegateMutex_);
@@ -168,9 +148,8 @@ class MacNativeBackgroundUploadManager final : private BackgroundTransferDelegat
   std::map<SessionId, TimerHandle> finalizationTimeouts_;
   bool isEnding_ = false;
 
-  std::unique_ptr<BackgroundTransferSession> backgroundSession_;
+  PartTransfers transfers_;
   UploadHeartbeats heartbeats_;
-  UploadVerification verification_;
   TaskScope tasks_;
 };
 

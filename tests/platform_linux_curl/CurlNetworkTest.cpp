@@ -9,6 +9,7 @@
 
 #include "base/TaskScope.h"
 #include "support/LoopbackServer.h"
+#include "support/TlsServer.h"
 #include "support/Worlds.h"
 
 using namespace std::chrono_literals;
@@ -190,6 +191,24 @@ TEST_F(CurlNetworkTest, errorsDoNotNameTheAddress) {
   EXPECT_THAT(refused.error().fullDescription(), HasSubstr("Connection refused"));
   EXPECT_THAT(refused.error().fullDescription(), Not(HasSubstr("127.0.0.1")));
   EXPECT_THAT(refused.error().fullDescription(), Not(HasSubstr("secret")));
+}
+
+TEST_F(CurlNetworkTest, tellsItsSecretsToNobodyWhoseCertificateNobodyVouchesFor) {
+  TlsServer server;
+  const auto response =
+      send({.method = "GET", .url = server.url("/?signature=secret"), .headers = {{"Authorization", "Bearer secret"}}});
+  const auto outcome = completed(server.url("/part?signature=secret"), file(10));
+  ASSERT_FALSE(response);
+  ASSERT_FALSE(outcome);
+  for (const Error& error : {response.error(), outcome.error()}) {
+    EXPECT_TRUE(error.is(NetworkError::secureConnectionFailed)) << error.fullDescription();
+    ASSERT_NE(error.underlying(), nullptr);
+    constexpr int peerFailedVerification = 60;
+    EXPECT_EQ(error.underlying()->code(), peerFailedVerification);
+  }
+  const std::string heard = server.heard();
+  EXPECT_FALSE(heard.empty());
+  EXPECT_THAT(heard, Not(HasSubstr("secret")));
 }
 
 TEST_F(CurlNetworkTest, doesNotSendAFileThatBecameShorterOrIsNone) {

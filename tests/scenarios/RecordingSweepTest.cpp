@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <functional>
 
 #include "app/Connected.h"
 #include "recording/RecordingJournal.h"
+#include "scenarios/Restarts.h"
 #include "support/SimUploadService.h"
 
 using namespace std::chrono_literals;
@@ -162,19 +162,14 @@ TEST(RecordingSweep, everyDiskOperationMayFail) {
 
 TEST(RecordingSweep, theProcessMayDieAtEveryDiskOperation) {
   const std::uint64_t steps = stepsOfAWholeRecording();
-  using Restart = std::function<void(SimWorld&)>;
-  const Restart restarts[] = {[](SimWorld& world) { world.restart(); },
-                              [](SimWorld& world) { world.restart(PowerCut::dropUnsynced); },
-                              [](SimWorld& world) { world.restart(PowerCut::keepUnsynced); },
-                              [](SimWorld& world) { world.restart(PowerCut::tearUnsynced); }};
   for (std::uint64_t step = 1; step <= steps; ++step) {
-    for (std::size_t kind = 0; kind < std::size(restarts); ++kind) {
+    for (std::size_t kind = 0; kind < restarts().size(); ++kind) {
       SCOPED_TRACE("step " + std::to_string(step) + ", kind " + std::to_string(kind));
       StreamedRecording recording(step);
       recording.world.files.dieAtStep(step);
       recording.record();
       recording.end();
-      restarts[kind](recording.world);
+      restarts()[kind](recording.world);
       recording.launch();
       recording.check(recording.deliveredBeforeTheLast());
     }

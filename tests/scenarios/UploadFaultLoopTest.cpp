@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <functional>
 
+#include "scenarios/Restarts.h"
 #include "support/UploadWorld.h"
 
 using namespace std::chrono_literals;
@@ -113,20 +113,15 @@ TEST(UploadFaultLoop, everyDiskOperationMayFail) {
 
 TEST(UploadFaultLoop, theProcessMayDieAtEveryDiskOperation) {
   const std::uint64_t steps = stepsOfAWholeUpload();
-  using Restart = std::function<void(SimWorld&)>;
-  const Restart restarts[] = {[](SimWorld& world) { world.restart(); },
-                              [](SimWorld& world) { world.restart(PowerCut::dropUnsynced); },
-                              [](SimWorld& world) { world.restart(PowerCut::keepUnsynced); },
-                              [](SimWorld& world) { world.restart(PowerCut::tearUnsynced); }};
   for (std::uint64_t step = 1; step <= steps; ++step) {
-    for (std::size_t kind = 0; kind < std::size(restarts); ++kind) {
+    for (std::size_t kind = 0; kind < restarts().size(); ++kind) {
       SCOPED_TRACE("step " + std::to_string(step) + ", kind " + std::to_string(kind));
       SmallUpload upload;
       upload.machine.world.files.dieAtStep(step);
       upload.run();
       upload.machine.world.die();
       upload.machine.process.reset();
-      restarts[kind](upload.machine.world);
+      restarts()[kind](upload.machine.world);
       upload.check();
     }
   }
