@@ -46,10 +46,7 @@ bool AppDelegate::applicationSupportsSecureRestorableState() {
 }
 
 void AppDelegate::showNativeNotification(const std::string& title, const std::string& body) {
-  UserNotification notification{.identifier = platform_.random.uuid().string(),
-                                .title = title,
-                                .body = body,
-                                .sound = NotificationSound::standard};
+  UserNotification notification{.title = title, .body = body, .sound = NotificationSound::standard};
   tasks_.start(platform_.userNotifications.add(std::move(notification)), [this](const Result<void>& added) {
     if (added) return logger_.info("✅ Native notification sent successfully");
     logger_.error("❌ Native notification error: " + added.error().fullDescription());

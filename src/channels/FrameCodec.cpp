@@ -4,8 +4,8 @@
 #include <limits>
 #include <utility>
 
-#include "channels/BinaryMessenger.h"
 #include "base/Utf8.h"
+#include "channels/BinaryMessenger.h"
 
 namespace quillbeam {
 

@@ -3,8 +3,8 @@
 #include <cstring>
 #include <utility>
 
-#include "channels/StandardTypes.h"
 #include "base/Utf8.h"
+#include "channels/StandardTypes.h"
 
 namespace quillbeam {
 

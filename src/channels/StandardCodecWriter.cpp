@@ -6,8 +6,8 @@
 #include <variant>
 
 #include "base/Check.h"
-#include "channels/StandardTypes.h"
 #include "base/Utf8.h"
+#include "channels/StandardTypes.h"
 
 namespace quillbeam {
 

@@ -147,7 +147,7 @@ Task<void> AudioChunkWriter::finishWriting() {
   // The first buffer may have been the last closure there: its segments' stream begins before they end.
   CO_TRY_VOID(co_await drained(platform_.dispatch.main()));
   const auto written = co_await writer->finishWriting();
-  if (!written) logger_.error("Failed to finish writing: " + written.error().description());
+  if (!written) stream_.writerFailed(written.error());
   // All segments are delivered by now, but perhaps neither received on main nor on disk yet.
   CO_TRY_VOID(co_await drained(platform_.dispatch.main()));
   co_return co_await stream_.awaitHandled();

@@ -42,6 +42,8 @@ class PartUpload : public WeaklyHeld {
   void announce();
   enum class Taken { buffered, discarded };
   Taken append(const ByteChain& bytes, std::optional<FMP4SegmentInfo> savedAs);
+  /// Bytes will never come: the backup, such as it is, stays.
+  void noteMissingBytes() { bytesAreMissing_ = true; }
   /// As many full parts as there are and as the delegate may hold.
   void sendParts();
   /// From now on no part goes anywhere; what is not sent is in the backup. `finish` makes no sense afterwards.

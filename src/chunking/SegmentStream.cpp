@@ -216,6 +216,11 @@ Task<void> SegmentStream::finishUpload() {
   co_return finished;
 }
 
+void SegmentStream::writerFailed(const Error& error) {
+  logger_.error("Failed to finish writing: " + error.description());
+  upload_.noteMissingBytes();
+}
+
 Task<void> SegmentStream::keepOrRemoveBackup() {
   if (!segmentBackupManager_) co_return success;
   if (upload_.lacksBytes()) {

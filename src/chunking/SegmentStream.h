@@ -49,6 +49,8 @@ class SegmentStream : public WeaklyHeld {
   Task<void> finishUpload();
   /// For the end of the process: nothing is sent from now on; what comes goes into the backup and stays there.
   void stopSending() { upload_.stopSending(); }
+  /// No segment follows although there was more to write: what the upload gets is not the whole recording.
+  void writerFailed(const Error& error);
 
   std::size_t segmentIndex() const { return static_cast<std::size_t>(segmentIndex_); }
   bool hasInitializationSegment() const { return hasInitializationSegment_; }

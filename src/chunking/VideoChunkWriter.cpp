@@ -227,7 +227,8 @@ Task<VideoChunkWriter::Written> VideoChunkWriter::finishWriting() {
   stream_.expectFinalSegment(ending.lastSampleTime);
   logger_.info("📊 Calling finishWriting... byteBuffer=" + std::to_string(stream_.bufferedBytes()) +
                " bytes, waiting for final segment...");
-  std::ignore = co_await writer->finishWriting();
+  const auto finished = co_await writer->finishWriting();
+  if (!finished) stream_.writerFailed(finished.error());
   logger_.info("Main writer finished successfully, status: " + std::to_string(static_cast<int>(writer->status())));
   if (const std::size_t parts = stream_.inFlightUploads().size(); parts > 0) {
     logger_.info("There are " + std::to_string(parts) +

@@ -124,6 +124,15 @@ TEST(VideoChunkWriter, endsThroughTheUploadWhenNothingWasWritten) {
   }
 }
 
+TEST(VideoChunkWriter, keepsTheBackupWhenTheWriterFailedUnderway) {
+  WriterWorld w;
+  w.record(12s);
+  w.world.mediaWriters.fail(w.world.mediaWriters.lastSegmentedMovie().content, AssetWriterError::cannotEncode);
+  w.record(5s);
+  std::ignore = w.finish();
+  EXPECT_EQ(w.backups(), 1u) << "the service has less than was recorded";
+}
+
 TEST(VideoChunkWriter, picturesStillOnTheirWayWhenItEndsAreRecorded) {
   for (std::uint64_t seed = 1; seed <= 20; ++seed) {
     WriterWorld w({}, seed);

@@ -56,6 +56,7 @@ class Window(unittest.TestCase):
             stage.call("mac_recorder", "startMacRecording",
                        {"filePath": str(stage.file("out.mp4")), "config": {"recordingMode": "screen_with_audio"}})
             wait_until_recorded(stage.file("out.mp4"))
+            stage.start_quillbeam("listen")  # a client whose end the window would show
             os.kill(int(stage.environment["PRIVATE_DESKTOP_DISPLAY_PID"]), signal.SIGKILL)
             self.assertEqual(1, finish(server).code)
             self.assertNotIn("moof", boxes(stage.file("out.mp4")), "finished, not left to a repair")

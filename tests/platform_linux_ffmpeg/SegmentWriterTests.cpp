@@ -267,7 +267,7 @@ EncodedPacket packetOf(int size) {
 
 TEST(DetachedOutputs, takeWhatComesWhileTheirDiskStallsUntilItIsTooMuch) {
   WorkSignal gate;
-  DetachedOutput output(std::make_unique<StubbornOutput>(gate), 10'000);
+  DetachedOutput output(std::make_unique<StubbornOutput>(gate), DetachedOutput::Failures::kept, 10'000);
   for (int i = 0; i < 300; ++i) output.push(0, packetOf(100));
   EXPECT_FALSE(output.error()) << "it must not wait for the disk";
   gate.raise();

@@ -110,7 +110,7 @@ TEST(DBusUserNotifications, showsPlainTextAsItIs) {
   PrivateBus bus;
   Desktop desktop;
   FakeService service(bus.address());
-  const auto answer = desktop.add(bus.address(), {.identifier = "one", .title = "A & B", .body = "1 < 2"});
+  const auto answer = desktop.add(bus.address(), {.title = "A & B", .body = "1 < 2"});
   ASSERT_TRUE(answer && answer->has_value());
   ASSERT_EQ(service.notifications.size(), 1U);
   const auto& arguments = service.notifications.front();
@@ -122,7 +122,7 @@ TEST(DBusUserNotifications, saysThatNobodyShowsThem) {
   PrivateBus bus;
   Desktop desktop;
   for (const auto& address : {std::optional<std::string>(), std::optional(bus.address())}) {
-    Desktop::Answer answer = desktop.add(address, {.identifier = "one", .title = "t", .body = "b"});
+    Desktop::Answer answer = desktop.add(address, {.title = "t", .body = "b"});
     ASSERT_TRUE(answer);
     EXPECT_TRUE(answer->error().is(UserNotificationError::noService)) << answer->error().fullDescription();
   }

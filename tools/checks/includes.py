@@ -15,7 +15,7 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 
 # Which folders may see whose headers. A header that matches no line is the standard library's.
 LIBRARY_HEADERS = [
-    (r"(xcb|X11)/", ["platform/linux/x11"]),
+    (r"(xcb|X11)/", ["platform/linux/x11", "platform/linux/qt"]),
     (r"libyuv", ["platform/linux/x11"]),
     (r"pulse/", ["platform/linux/pulse"]),
     (r"libsw(resample|scale)/", ["platform/linux/ffmpeg", "platform/linux/pulse"]),

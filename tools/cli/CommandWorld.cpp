@@ -1,17 +1,28 @@
 #include "cli/CommandWorld.h"
 
+#include <signal.h>
+#include <unistd.h>
+
 #include "base/TaskScope.h"
 #include "cli/Messages.h"
 
 namespace quillbeam::cli {
 
+namespace {
+
+constexpr unsigned longestDestruction = 15;  // seconds
+
+}  // namespace
+
 CommandWorld::CommandWorld(LinuxPlatform::DiagnosticLines lines, Signals signals, LinuxPlatform::Windows windows)
     : signals_(signals == Signals::areWatched ? std::make_unique<SignalWatcher>() : nullptr), linux_(lines, windows) {}
 
-void CommandWorld::deliverSignals(std::function<void()> received) {
+void CommandWorld::deliverSignals(std::function<void(EndWish)> received) {
   DispatchQueue& main = platform().dispatch.main();
-  linux_.onDesktopEnd([&main, received] { main.async(received); });
-  signals_->deliver(main, [received = std::move(received)](int) { received(); });
+  linux_.onDesktopEnd([&main, received] { main.async([received] { received(EndWish::terminate); }); });
+  signals_->deliver(main, [received = std::move(received)](int signal) {
+    received(signal == SIGINT ? EndWish::interrupt : EndWish::terminate);
+  });
 }
 
 ExitCode CommandWorld::run(Task<ExitCode> command) {
@@ -23,6 +34,8 @@ ExitCode CommandWorld::run(Task<ExitCode> command) {
     linux_.stop();
   });
   linux_.run();
+  // Only destructors are left; something that does not answer must not keep the process for ever.
+  ::alarm(longestDestruction);
   return code;
 }
 

@@ -20,9 +20,11 @@ class CommandWorld {
                LinuxPlatform::Windows windows = LinuxPlatform::Windows::none);
 
   Platform& platform() { return linux_.platform(); }
-  /// For `Signals::areWatched`, once: `received` runs on the main queue, also when the desktop wants the process to
-  /// end.
-  void deliverSignals(std::function<void()> received);
+  /// The user's Ctrl-C (SIGINT); or the system's wish: SIGTERM, SIGHUP, the end of the session or of its display, which
+  /// come together when a user logs out.
+  enum class EndWish { interrupt, terminate };
+  /// For `Signals::areWatched`, once: `received` runs on the main queue.
+  void deliverSignals(std::function<void(EndWish)> received);
 
   /// Drives the main loop until the command has ended. An error is told to the user and means `failed`.
   ExitCode run(Task<ExitCode> command);

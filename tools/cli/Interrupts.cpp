@@ -6,11 +6,12 @@ namespace quillbeam::cli {
 
 Interrupts::Interrupts(CommandWorld& world, std::function<void()> onInsisting)
     : main_(world.platform().dispatch.main()), onInsisting_(std::move(onInsisting)) {
-  world.deliverSignals([this] { arrived(); });
+  world.deliverSignals([this](CommandWorld::EndWish wish) { arrived(wish); });
 }
 
-void Interrupts::arrived() {
-  if (++count_ > 1) onInsisting_();
+void Interrupts::arrived(CommandWorld::EndWish wish) {
+  ++count_;
+  if (wish == CommandWorld::EndWish::interrupt && ++interrupts_ > 1) onInsisting_();
   endWaiting();
 }
 

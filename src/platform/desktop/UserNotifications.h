@@ -11,8 +11,7 @@ enum class NotificationSound { none, standard };
 
 /// A message to the user, shown by the desktop.
 struct UserNotification {
-  std::string identifier;  ///< the same one again replaces what is shown under it
-  std::string title;       ///< plain text, as the body
+  std::string title;  ///< plain text, as the body
   std::string body;
   NotificationSound sound = NotificationSound::standard;
 };
@@ -28,8 +27,8 @@ constexpr std::string_view errorDomain(UserNotificationError) { return "UserNoti
 class UserNotifications {
  public:
   virtual ~UserNotifications() = default;
-  /// Delivers at once; resumes when the service has taken it, after five seconds at the latest. Several are delivered
-  /// in the order of the calls.
+  /// Delivers at once; resumes when the service has taken it or has not answered for some seconds. Several are
+  /// delivered in the order of the calls.
   virtual Task<void> add(UserNotification notification) = 0;
 };
 

@@ -42,8 +42,8 @@ class AssetWriterInput {
  public:
   virtual ~AssetWriterInput() = default;
 
-  /// False while this input's queue is full: pictures beyond about half a second, sound beyond several seconds. A writer
-  /// that failed holds nobody up: its inputs are ready, and refuse.
+  /// False while this input's queue is full: pictures beyond about half a second, sound beyond several seconds. A
+  /// writer that failed holds nobody up: its inputs are ready, and refuse.
   virtual bool isReadyForMoreMediaData() const = 0;
   /// Queues the sample; it is encoded and written on the writer's own threads. Times count from the session's zero and
   /// must rise. Past readiness it still queues. False when the writer is not writing or the input is finished.

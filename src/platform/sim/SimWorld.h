@@ -13,9 +13,9 @@
 #include "platform/sim/SimMediaWriters.h"
 #include "platform/sim/SimNetwork.h"
 #include "platform/sim/SimPermissions.h"
+#include "platform/sim/SimProcessMemory.h"
 #include "platform/sim/SimScreenCapture.h"
 #include "platform/sim/SimSockets.h"
-#include "platform/sim/SimProcessMemory.h"
 #include "platform/sim/SimUserDefaults.h"
 
 namespace quillbeam {

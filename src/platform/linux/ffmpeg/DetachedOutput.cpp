@@ -6,8 +6,8 @@
 
 namespace quillbeam {
 
-DetachedOutput::DetachedOutput(std::unique_ptr<PacketOutput> output, std::int64_t largestBacklog)
-    : largestBacklog_(largestBacklog), output_(std::move(output)) {
+DetachedOutput::DetachedOutput(std::unique_ptr<PacketOutput> output, Failures failures, std::int64_t largestBacklog)
+    : failures_(failures), largestBacklog_(largestBacklog), output_(std::move(output)) {
   thread_.start("movie-file", [this] { return step(); });
 }
 
@@ -40,6 +40,17 @@ Result<void> DetachedOutput::finish(std::optional<MediaTime> end) {
     TRY_VOID(output.finish(end));
     return Progress::ended;
   });
+  return passOnFailure();
+}
+
+Result<bool> DetachedOutput::write() {
+  TRY_VOID(passOnFailure());
+  return false;
+}
+
+Result<void> DetachedOutput::passOnFailure() const {
+  if (failures_ == Failures::kept) return success;
+  if (auto failed = error()) return *std::move(failed);
   return success;
 }
 

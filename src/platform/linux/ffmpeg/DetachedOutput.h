@@ -11,21 +11,24 @@
 
 namespace quillbeam {
 
-/// An output on a thread of its own, whose disk may stall or fail without its siblings noticing: it takes everything,
-/// never fails towards its owner, and keeps its error for whoever asks.
+/// An output on a thread of its own, whose disk may stall without the encoders noticing: it takes everything.
 class DetachedOutput final : public PacketOutput {
  public:
   /// Minutes of a stalled disk. Beyond that the output fails, which costs its file the end but nobody any memory.
   static constexpr std::int64_t usualBacklog = 64 * 1024 * 1024;
 
-  explicit DetachedOutput(std::unique_ptr<PacketOutput> output, std::int64_t largestBacklog = usualBacklog);
+  /// What a failure means to the owner: nothing (siblings go on, `error` tells whoever asks), or its own failure, with
+  /// the next `write` or `finish`.
+  enum class Failures { kept, passedOn };
+
+  DetachedOutput(std::unique_ptr<PacketOutput> output, Failures failures, std::int64_t largestBacklog = usualBacklog);
   ~DetachedOutput() override { thread_.stop(); }
 
   void push(std::size_t track, EncodedPacket packet) override;
   void endTrack(std::size_t track, std::optional<MediaTime> end) override;
   void cutTrack(std::size_t track, MediaTime end) override;
-  Result<bool> write() override { return false; }
-  /// Waits for the output to be finished. Its failure is `error()`, not the answer.
+  Result<bool> write() override;
+  /// Waits for the output to be finished.
   Result<void> finish(std::optional<MediaTime> end) override;
   void salvage(std::optional<MediaTime> end) override;
   void discard() override;
@@ -42,7 +45,9 @@ class DetachedOutput final : public PacketOutput {
   WorkerThread::Outcome step();
   Result<Progress> work();
   void end(std::optional<Error> error);
+  Result<void> passOnFailure() const;
 
+  const Failures failures_;
   const std::int64_t largestBacklog_;
   std::unique_ptr<PacketOutput> output_;  ///< the thread's
   WorkSignal ended_;

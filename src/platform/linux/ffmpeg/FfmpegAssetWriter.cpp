@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/linux/ffmpeg/DetachedOutput.h"
 #include "platform/linux/ffmpeg/MovieOutput.h"
 
 namespace quillbeam {
@@ -15,7 +16,8 @@ FfmpegAssetWriter::FfmpegAssetWriter(Path path, MovieFileType type, MovieFile::L
 Result<WritingPipeline::Outputs> FfmpegAssetWriter::open(const std::vector<TrackFormat>& tracks) {
   TRY(auto movie, MovieOutput::create(tracks, path_, type_, limits_, bytesWritten_));
   WritingPipeline::Outputs outputs;
-  outputs.push_back(std::move(movie));
+  // A disk that hesitates must not hold up the thread that encodes sound.
+  outputs.push_back(std::make_unique<DetachedOutput>(std::move(movie), DetachedOutput::Failures::passedOn));
   return outputs;
 }
 

@@ -35,7 +35,7 @@ std::unique_ptr<PacketOutput> FfmpegSegmentWriter::openMovie(const std::vector<T
     openingError_ = output.error();
     return nullptr;
   }
-  auto movie = std::make_unique<DetachedOutput>(*std::move(output));
+  auto movie = std::make_unique<DetachedOutput>(*std::move(output), DetachedOutput::Failures::kept);
   movie_ = movie.get();
   return movie;
 }

@@ -7,7 +7,6 @@
 #include <QDBusReply>
 #include <QVariantMap>
 #include <cstdlib>
-#include <map>
 
 #include "platform/Places.h"
 
@@ -51,11 +50,10 @@ class DBusUserNotifications::Service {
   Result<void> show(const UserNotification& notification) {
     TRY_VOID(connect());
     QDBusMessage call = callOf("Notify");
-    call << QString("Quillbeam") << shown_[notification.identifier] << QString() << text(notification.title)
-         << body(notification.body) << QStringList() << hintsFor(notification) << expiresAsTheServiceLikes;
+    call << QString("Quillbeam") << 0U << QString() << text(notification.title) << body(notification.body)
+         << QStringList() << hintsFor(notification) << expiresAsTheServiceLikes;
     const QDBusReply<uint> reply = connection_->call(call, QDBus::Block, longestWaitMilliseconds);
     if (!reply.isValid()) return fromService(reply.error());
-    shown_[notification.identifier] = reply.value();
     return success;
   }
 
@@ -78,7 +76,6 @@ class DBusUserNotifications::Service {
   const std::optional<std::string> address_;
   std::optional<QDBusConnection> connection_;
   bool readsMarkup_ = false;
-  std::map<std::string, uint> shown_;
 };
 
 DBusUserNotifications::DBusUserNotifications(Dispatch& dispatch, std::optional<std::string> busAddress)

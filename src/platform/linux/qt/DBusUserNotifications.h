@@ -10,7 +10,7 @@
 namespace quillbeam {
 
 /// The freedesktop notification service (org.freedesktop.Notifications) on the user's session bus. Calls block a queue
-/// of its own. What is under an identifier is replaced as long as this object lives.
+/// of its own.
 class DBusUserNotifications final : public UserNotifications {
  public:
   /// `busAddress`: as in $DBUS_SESSION_BUS_ADDRESS; nullopt where there is no session bus.

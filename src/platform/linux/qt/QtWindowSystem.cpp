@@ -2,14 +2,17 @@
 
 #include <poll.h>
 #include <unistd.h>
+#include <xcb/xcb.h>
 
 #include <QEvent>
 #include <QGuiApplication>
 #include <QQuickWindow>
 #include <QSessionManager>
 #include <QSocketNotifier>
+#include <QThread>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <utility>
 
@@ -20,14 +23,8 @@ namespace quillbeam {
 
 namespace {
 
+constexpr std::chrono::seconds longestOrderlyEnd{25};
 SystemLog* messageLog = nullptr;
-
-/// Qt's own messages belong into the system's log.
-void logMessage(QtMsgType type, const QMessageLogContext&, const QString& message) {
-  if (messageLog == nullptr) return;
-  const LogLevel level = type == QtDebugMsg || type == QtInfoMsg ? LogLevel::debug : LogLevel::error;
-  if (messageLog->isEnabled(level)) messageLog->write(level, bundleIdentifier, "Qt", message.toStdString());
-}
 
 /// What QGuiApplication refers to as long as it lives.
 class CommandLine {
@@ -95,13 +92,19 @@ class QtWindowSystem::Parts {
     if (ended) ended();
   }
 
-  /// The display went away and Qt is ending the process: what the application still has to do is done first.
-  void endWithoutDisplay() {
+  bool hasLostItsDisplay() const {
+    const auto* x11 = application.nativeInterface<QNativeInterface::QX11Application>();
+    return x11 != nullptr && x11->connection() != nullptr && ::xcb_connection_has_error(x11->connection()) != 0;
+  }
+
+  /// Qt is about to end the process: what the application still has to do is done first, without touching Qt.
+  [[noreturn]] void endWithoutDisplay() {
     logger.error("The display went away; the process ends in an orderly way");
     end();
     pollfd ready{mainDescriptor, POLLIN, 0};
-    while (!stopped) {
-      ::poll(&ready, 1, -1);
+    const auto deadline = std::chrono::steady_clock::now() + longestOrderlyEnd;
+    while (!stopped && std::chrono::steady_clock::now() < deadline) {
+      ::poll(&ready, 1, 100);
       drainMain();
     }
     ::_exit(EXIT_FAILURE);
@@ -119,15 +122,30 @@ class QtWindowSystem::Parts {
 
   /// Whose loop runs; an exit in the middle of it is Qt's.
   static inline Parts* running = nullptr;
+
+  static void logMessage(QtMsgType type, const QMessageLogContext& context, const QString& message);
 };
+
+/// Qt's own messages belong into the system's log. When its connection to the display breaks, it says so and calls
+/// exit: the message is the last moment at which the process is still whole.
+void QtWindowSystem::Parts::logMessage(QtMsgType type, const QMessageLogContext&, const QString& message) {
+  if (messageLog == nullptr) return;
+  const LogLevel level = type == QtDebugMsg || type == QtInfoMsg ? LogLevel::debug : LogLevel::error;
+  if (messageLog->isEnabled(level)) messageLog->write(level, bundleIdentifier, "Qt", message.toStdString());
+  const bool isMain =
+      QCoreApplication::instance() != nullptr && QThread::currentThread() == QCoreApplication::instance()->thread();
+  if (!isMain || running == nullptr || !running->hasLostItsDisplay()) return;
+  std::exchange(running, nullptr)->endWithoutDisplay();
+}
 
 QtWindowSystem::QtWindowSystem(SystemLog& log, Options options) {
   messageLog = &log;
-  qInstallMessageHandler(logMessage);
+  qInstallMessageHandler(Parts::logMessage);
   QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
   parts_ = std::make_unique<Parts>(log, std::move(options));
+  // Destroying what other threads use would help nobody; an unfinished recording is repaired at the next start.
   std::atexit([] {
-    if (Parts::running != nullptr) std::exchange(Parts::running, nullptr)->endWithoutDisplay();
+    if (Parts::running != nullptr) ::_exit(EXIT_FAILURE);
   });
 }
 
