@@ -18,6 +18,7 @@ void RecordingStatisticsChannel::statistics(Value, MethodResult result) {
   const auto report = manager_.report();
   if (!report) return result.success();
   const auto& problem = report->problem;
+  const auto& uploadProblem = report->uploadProblem;
   result.success(ValueMap{{"filePath", report->filePath},
                           {"durationSeconds", report->duration.seconds()},
                           {"fileBytes", report->fileBytes},
@@ -27,7 +28,8 @@ void RecordingStatisticsChannel::statistics(Value, MethodResult result) {
                           {"microphoneLevel", static_cast<double>(report->microphoneLevel)},
                           {"fileIsComplete", report->fileIsComplete},
                           {"problem", problem ? Value(problem->fullDescription()) : Value()},
-                          {"problemDomain", problem ? Value(problem->domain()) : Value()}});
+                          {"problemDomain", problem ? Value(problem->domain()) : Value()},
+                          {"uploadProblem", uploadProblem ? Value(uploadProblem->description()) : Value()}});
 }
 
 }  // namespace quillbeam

@@ -9,7 +9,8 @@ namespace quillbeam {
 /// progress. "getRecordingStatistics" answers nil before the first recording, else a map: "filePath" (string),
 /// "durationSeconds" (double), "fileBytes", "videoFrames", "droppedFrames" (integers), "systemAudioLevel",
 /// "microphoneLevel" (doubles, peak 0…1 since the call before), "fileIsComplete" (bool: it is finished), "problem"
-/// (string or nil: why nothing more reaches the file) and "problemDomain" (string or nil). Main queue.
+/// (string or nil: why nothing more reaches the file), "problemDomain" (string or nil) and "uploadProblem" (string or
+/// nil: the first reason why bytes are missing at the upload service). Main queue.
 class RecordingStatisticsChannel {
  public:
   RecordingStatisticsChannel(BinaryMessenger& messenger, MacRecorderManager& manager);

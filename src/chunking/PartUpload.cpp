@@ -115,6 +115,11 @@ void PartUpload::announce() {
   if (isClosed_) bytesAreMissing_ = true;
 }
 
+void PartUpload::noteMissingBytes(const Error& why) {
+  bytesAreMissing_ = true;
+  report(why);
+}
+
 PartUpload::Taken PartUpload::append(const ByteChain& bytes, std::optional<FMP4SegmentInfo> savedAs) {
   if (policy_.backlog == SegmentPolicy::Backlog::readBack) {
     byteBuffer_.append(bytes, std::move(savedAs));

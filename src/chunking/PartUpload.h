@@ -43,7 +43,7 @@ class PartUpload : public WeaklyHeld {
   enum class Taken { buffered, discarded };
   Taken append(const ByteChain& bytes, std::optional<FMP4SegmentInfo> savedAs);
   /// Bytes will never come: the backup, such as it is, stays.
-  void noteMissingBytes() { bytesAreMissing_ = true; }
+  void noteMissingBytes(const Error& why);
   /// As many full parts as there are and as the delegate may hold.
   void sendParts();
   /// From now on no part goes anywhere; what is not sent is in the backup. `finish` makes no sense afterwards.

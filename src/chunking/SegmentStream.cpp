@@ -218,7 +218,7 @@ Task<void> SegmentStream::finishUpload() {
 
 void SegmentStream::writerFailed(const Error& error) {
   logger_.error("Failed to finish writing: " + error.description());
-  upload_.noteMissingBytes();
+  upload_.noteMissingBytes(error);
 }
 
 Task<void> SegmentStream::keepOrRemoveBackup() {

@@ -18,6 +18,8 @@ std::string describe(AudioRecordingError error) {
       return "Screen capture is not supported for audio recording";
     case AudioRecordingError::postProcessingFailed:
       return "Failed to process multi-track audio recording";
+    case AudioRecordingError::nothingRecorded:
+      return "Nothing was recorded: there was no sound";
   }
   std::unreachable();
 }

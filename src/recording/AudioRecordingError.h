@@ -13,6 +13,7 @@ enum class AudioRecordingError {
   fileCreationFailed,
   screenCaptureNotSupported,
   postProcessingFailed,
+  nothingRecorded,
 };
 std::string describe(AudioRecordingError error);
 constexpr std::string_view errorDomain(AudioRecordingError) { return "AudioRecordingError"; }

@@ -210,20 +210,21 @@ Task<void> AudioSessionRecorder::mixTracks() {
   mixLimit_.reset();
   isPostProcessing_ = false;
   fileIsComplete_ = mixed.has_value();
-  if (mixed || !MultiTrackMix::isWorthAnotherTry(mixed.error())) file_->settle();
+  if (mixed || (file_->isFinished() && !MultiTrackMix::isWorthAnotherTry(mixed.error()))) file_->settle();
   if (!mixed) co_return mixFailed(mixed.error());
   co_return success;
 }
 
 Error AudioSessionRecorder::mixFailed(const Error& cause) {
   print("❌ AudioSessionRecorder: Post-processing failed: " + cause.description());
-  std::string text = describe(AudioRecordingError::postProcessingFailed);
-  if (platform_.files.exists(file_->path())) {
-    print("⚠️ AudioSessionRecorder: Both tracks are kept in " + file_->path());
-    text += "; both tracks are kept in " + file_->path();
-  }
-  mixProblem_ = Error(AudioRecordingError::postProcessingFailed).withDescription(std::move(text)).withUnderlying(cause);
-  return Error(AudioRecordingError::postProcessingFailed).withUnderlying(cause);
+  const Error failed = Error(AudioRecordingError::postProcessingFailed).withUnderlying(cause);
+  const bool isEmpty = file_->isFinished() && cause.is(AudioRecordingError::nothingRecorded);
+  if (isEmpty) std::ignore = platform_.files.remove(file_->path());
+  mixProblem_ = isEmpty ? cause : failed;
+  if (!platform_.files.exists(file_->path())) return failed;
+  print("⚠️ AudioSessionRecorder: Both tracks are kept in " + file_->path());
+  mixProblem_ = Error(failed).withDescription(failed.description() + "; both tracks are kept in " + file_->path());
+  return failed;
 }
 
 void AudioSessionRecorder::hurry() {

@@ -50,6 +50,7 @@ void MacRecorderManager::forgetRecording() {
 Task<void> MacRecorderManager::run(StartRequest request) {
   config_ = RecordingConfig::fromMap(request.config);
   isPaused_ = false;
+  uploadProblem_.reset();
   print("🎯 macOS: Recording mode: " + config_.recordingMode);
   const Resolution resolution = config_.mode() == RecordingMode::screen ? chooseOutputResolution() : Resolution{};
   chooseUploadDelegate(request);
@@ -151,6 +152,7 @@ void MacRecorderManager::chunkWriterDidUploadPart(int partNumber) {
 
 void MacRecorderManager::chunkWriterDidFailWithError(const Error& error) {
   print("❌ Chunk writer error: " + error.description());
+  if (!uploadProblem_) uploadProblem_ = error;
 }
 
 std::optional<std::string> MacRecorderManager::currentNativeUploadFileId() const {
@@ -231,7 +233,11 @@ MacRecorderManager::PauseChange MacRecorderManager::resume() {
   return PauseChange::changed;
 }
 
-std::optional<RecordingReport> MacRecorderManager::report() { return recording_ ? recording_->report() : lastReport_; }
+std::optional<RecordingReport> MacRecorderManager::report() {
+  auto report = recording_ ? recording_->report() : lastReport_;
+  if (report) report->uploadProblem = uploadProblem_;
+  return report;
+}
 
 Task<void> MacRecorderManager::stopForTermination() {
   if (phase_ == Phase::starting) std::ignore = co_await settled();

@@ -115,6 +115,7 @@ class MacRecorderManager : private VideoChunkWriterDelegate {
   std::shared_ptr<ChunkUploadDelegate> nativeUploadDelegate_;
   std::shared_ptr<NativeUploadAdapter> ownAdapter_;  ///< the delegate, when it was made here
   std::unique_ptr<RunningRecording> recording_;
+  std::optional<Error> uploadProblem_;  ///< the first one of the running recording, else of the last
   std::optional<RecordingReport> lastReport_;
   std::vector<Completion<void>> waitingToSettle_;
 };

@@ -1,6 +1,7 @@
 #include "recording/MultiTrackFile.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <tuple>
 
 #include "recording/AudioRecordingError.h"
@@ -13,11 +14,16 @@ namespace {
 
 /// Whoever records for an hour wants to hear at its beginning that there is no place for it.
 Result<void> checkOutput(Platform& platform, RecordingJournal& journal, const Path& output) {
-  const auto folder = platform.files.info(Path(parentDirectory(output)));
-  if (!folder) return Error(AudioRecordingError::fileCreationFailed).withUnderlying(folder.error());
+  const auto existing = platform.files.info(output);
+  if (existing && existing->kind == FileKind::directory) return systemError("create " + output, EISDIR);
   const auto interrupted = journal.openRecordings();
-  if (std::ranges::find(interrupted, output, &OpenRecording::mixInto) == interrupted.end()) return success;
-  return Error(AudioRecordingError::fileCreationFailed).withUnderlying(AssetWriterError::fileExists);
+  if (std::ranges::find(interrupted, output, &OpenRecording::mixInto) != interrupted.end()) {
+    return AssetWriterError::fileExists;
+  }
+  const std::string name = "." + platform.random.uuid().string() + ".tmp";
+  const Path attempt = joined(Path(parentDirectory(output)), name);
+  TRY_VOID(platform.files.writeNew(attempt, ByteChain(), Durability::cached));
+  return platform.files.remove(attempt);
 }
 
 }  // namespace
@@ -33,7 +39,9 @@ MultiTrackFile::MultiTrackFile(Platform& platform, RecordingJournal& journal, Pa
 
 Result<std::unique_ptr<MultiTrackFile>> MultiTrackFile::create(Platform& platform, RecordingJournal& journal,
                                                                const Path& output) {
-  TRY_VOID(checkOutput(platform, journal, output));
+  if (auto checked = checkOutput(platform, journal, output); !checked) {
+    return Error(AudioRecordingError::fileCreationFailed).withUnderlying(checked.error());
+  }
   const Path& directory = platform.places.temporary;
   TRY_VOID(platform.files.createDirectories(directory));
   const Path path = joined(directory, "multitrack_audio_" + platform.random.uuid().string() + ".m4a");

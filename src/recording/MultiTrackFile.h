@@ -14,8 +14,8 @@ namespace quillbeam {
 class MultiTrackFile {
  public:
   /// Makes the writer and its tracks; nothing but the record is on disk yet.
-  /// `AudioRecordingError::fileCreationFailed` when `output` cannot become a file or is being made from an interrupted
-  /// recording; the writer's own errors unchanged.
+  /// `AudioRecordingError::fileCreationFailed`, with the reason below it, when `output` cannot become a file or is
+  /// being made from an interrupted recording; the writer's own errors unchanged.
   static Result<std::unique_ptr<MultiTrackFile>> create(Platform& platform, RecordingJournal& journal,
                                                         const Path& output);
 
@@ -23,6 +23,8 @@ class MultiTrackFile {
   Result<void> startWriting();
   /// Problems are logged, not returned: what was written stays.
   Task<void> finish();
+  /// Whether all that was recorded is in the file. If not, the next launch may find more in it.
+  bool isFinished() const { return writer_->status() == AssetWriter::Status::completed; }
   /// Nobody needs it any more: it leaves the journal.
   void settle();
   /// A start that failed leaves no file and no record.

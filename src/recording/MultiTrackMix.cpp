@@ -18,10 +18,13 @@ constexpr double exporting = 0.5;
 constexpr double exported = 0.9;
 constexpr double done = 1.0;
 
+bool hasSound(const AudioTrack& track) { return track.duration > MediaTime::zero(); }
+
 }  // namespace
 
 bool MultiTrackMix::isWorthAnotherTry(const Error& error) {
-  return !error.is(AudioRecordingError::postProcessingFailed);
+  return error.is(AudioExporterError::diskFull) || error.is(AudioExporterError::writeFailed) ||
+         error.is(CommonError::cancelled);
 }
 
 Task<void> MultiTrackMix::run() {
@@ -60,9 +63,9 @@ Task<AudioMix> MultiTrackMix::plan() {
   const auto read = [&exporter, file = multiTrackFile_] { return exporter.audioTracks(file); };
   const auto tracks = co_await runOn<std::vector<AudioTrack>>(platform_.dispatch.global(), read);
   if (!tracks) co_return failed(tracks.error());
-  if (tracks->empty()) {
+  if (std::ranges::none_of(*tracks, hasSound)) {
     print("❌ AudioSessionRecorder: No audio tracks found in asset");
-    co_return AudioRecordingError::postProcessingFailed;
+    co_return AudioRecordingError::nothingRecorded;
   }
   print("🎯 AudioSessionRecorder: Found " + std::to_string(tracks->size()) + " audio tracks to mix");
   co_return mixOf(tracks->size());

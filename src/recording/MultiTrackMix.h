@@ -15,13 +15,13 @@ class MultiTrackMix {
       : platform_(platform), multiTrackFile_(std::move(multiTrackFile)), output_(std::move(output)) {}
 
   /// Once. The output is complete and durable and the multi-track file is gone; or an error, both files as they were:
-  /// `AudioRecordingError::postProcessingFailed` when there is nothing to mix, `CommonError::cancelled`, or the
-  /// exporter's.
+  /// `AudioRecordingError::postProcessingFailed` when the multi-track file is missing, `nothingRecorded` when its
+  /// tracks hold no sound, `CommonError::cancelled`, or the exporter's.
   Task<void> run();
   void cancel();
   double progress() const;  ///< 0…1
 
-  /// Whether mixing the same file again might do better.
+  /// Whether mixing the same file again might do better: for want of space, of a place to write or of time.
   static bool isWorthAnotherTry(const Error& error);
 
  private:

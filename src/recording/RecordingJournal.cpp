@@ -28,9 +28,18 @@ Result<std::string> RecordingJournal::open(const Path& filePath, Date now, std::
   const OpenRecording record{
       .id = random_.uuid().string(), .filePath = filePath, .startedAt = now, .mixInto = std::move(mixInto)};
   TRY_VOID(files_.createDirectories(directory_));
-  TRY(const std::string text, toJson(toValue(record), JsonLayout::indented));
-  TRY_VOID(files_.writeAtomically(recordPath(record.id), encoded(text)));
+  TRY_VOID(write(record));
   return record.id;
+}
+
+Result<void> RecordingJournal::redirect(OpenRecording recording, const Path& mixInto) {
+  recording.mixInto = mixInto;
+  return write(recording);
+}
+
+Result<void> RecordingJournal::write(const OpenRecording& record) {
+  TRY(const std::string text, toJson(toValue(record), JsonLayout::indented));
+  return files_.writeAtomically(recordPath(record.id), encoded(text));
 }
 
 void RecordingJournal::close(const std::string& id) {

@@ -34,12 +34,15 @@ class RecordingJournal {
 
   /// The new record's id.
   Result<std::string> open(const Path& filePath, Date now, std::optional<Path> mixInto = std::nullopt);
+  /// From now on the tracks are to be mixed into another file. After an error the record is as it was.
+  Result<void> redirect(OpenRecording recording, const Path& mixInto);
   void close(const std::string& id);
   /// Every record there is; unreadable ones are set aside. At launch these are recordings whose process died.
   std::vector<OpenRecording> openRecordings();
 
  private:
   Path recordPath(const std::string& id) const;
+  Result<void> write(const OpenRecording& record);
 
   Files& files_;
   Random& random_;

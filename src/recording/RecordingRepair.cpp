@@ -1,9 +1,11 @@
 #include "recording/RecordingRepair.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <tuple>
 
 #include "base/Text.h"
+#include "recording/AudioRecordingError.h"
 #include "recording/MultiTrackMix.h"
 
 namespace quillbeam {
@@ -14,6 +16,18 @@ bool isWorthAnotherTry(const Error& error) {
   if (error.is(AssetWriterError::notRecoverable)) return false;
   const Error& cause = error.underlying() != nullptr ? *error.underlying() : error;
   return cause.domain() != posixErrorDomain || cause.code() != ENOENT;
+}
+
+/// "talk 2.m4a" for "talk.m4a", or the first number after it that nobody has or waits for.
+Path freePathBeside(Files& files, const std::vector<OpenRecording>& waiting, const Path& path) {
+  const std::string extension(fileExtension(path));
+  const std::string ending = extension.empty() ? "" : "." + extension;
+  const std::string stem = path.substr(0, path.size() - ending.size());
+  for (int number = 2;; ++number) {
+    Path beside = stem + " " + std::to_string(number) + ending;
+    const bool isAwaited = std::ranges::find(waiting, beside, &OpenRecording::mixInto) != waiting.end();
+    if (!isAwaited && !files.exists(beside)) return beside;
+  }
 }
 
 }  // namespace
@@ -53,20 +67,36 @@ Task<void> RecordingRepair::repair(OpenRecording recording) {
 }
 
 Task<void> RecordingRepair::mix(OpenRecording recording) {
-  StandardOutput& out = platform_.standardOutput;
-  const Path output = *recording.mixInto;
-  const std::string kept = "; both tracks are kept in " + recording.filePath;
-  if (platform_.files.exists(output)) {
-    out.print("⚠️ RecordingRepair: There is a file already: " + output + kept);
-    journal_.close(recording.id);
-    co_return success;
-  }
+  CO_TRY(const Path output, choosePlace(recording));
   MultiTrackMix tracks(platform_, recording.filePath, output);
   const auto mixed = co_await tracks.run();
-  out.print(mixed ? "✅ RecordingRepair: Mixed into " + output
-                  : "⚠️ RecordingRepair: Could not mix into " + output + ": " + mixed.error().fullDescription() + kept);
+  if (mixed) platform_.standardOutput.print("✅ RecordingRepair: Mixed into " + output);
+  if (!mixed) mixFailed(recording, output, mixed.error());
   if (mixed || !MultiTrackMix::isWorthAnotherTry(mixed.error())) journal_.close(recording.id);
   co_return success;
+}
+
+void RecordingRepair::mixFailed(const OpenRecording& recording, const Path& output, const Error& cause) {
+  const Path& tracks = recording.filePath;
+  if (cause.is(AudioRecordingError::nothingRecorded)) std::ignore = platform_.files.remove(tracks);
+  const std::string kept = platform_.files.exists(tracks) ? "; both tracks are kept in " + tracks : "";
+  platform_.standardOutput.print("⚠️ RecordingRepair: Could not mix into " + output + ": " + cause.fullDescription() +
+                                 kept);
+}
+
+Result<Path> RecordingRepair::choosePlace(const OpenRecording& recording) {
+  StandardOutput& out = platform_.standardOutput;
+  const Path& wanted = *recording.mixInto;
+  if (!platform_.files.exists(wanted)) return wanted;
+  const Path beside = freePathBeside(platform_.files, journal_.openRecordings(), wanted);
+  // On record before the mix begins: nobody may start a recording into this name meanwhile.
+  if (auto redirected = journal_.redirect(recording, beside); !redirected) {
+    out.print("⚠️ RecordingRepair: There is a file already: " + wanted + "; both tracks are kept in " +
+              recording.filePath + " until the next launch: " + redirected.error().fullDescription());
+    return redirected.error();
+  }
+  out.print("⚠️ RecordingRepair: There is a file already: " + wanted + "; mixing into " + beside);
+  return beside;
 }
 
 }  // namespace quillbeam

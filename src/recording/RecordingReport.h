@@ -19,7 +19,8 @@ struct RecordingReport {
   float systemAudioLevel = 0;      ///< peak since the last report, 0…1
   float microphoneLevel = 0;
   bool fileIsComplete = false;
-  std::optional<Error> problem;  ///< why nothing more reaches the file: the writer failed, or the screen is gone
+  std::optional<Error> problem;        ///< why nothing more reaches the file: the writer failed, or the screen is gone
+  std::optional<Error> uploadProblem;  ///< the first reason why bytes are missing at the service
 };
 
 }  // namespace quillbeam

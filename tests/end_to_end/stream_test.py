@@ -37,7 +37,7 @@ class Streaming(unittest.TestCase):
             place = self.place(service)
             service.stop()
             run = stage.quillbeam("record", "--seconds", 3, "--output", "out.mp4", *place)
-            self.assertEqual(7, run.code, run)
+            self.assertEqual(8, run.code, run)
             self.assertIn("the recording itself is", run.err)
             self.assertEqual("", Movie(stage.file("out.mp4")).decodes_cleanly())
             self.assertEqual(1, len(self.backups(stage)))

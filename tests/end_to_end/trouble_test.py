@@ -116,7 +116,7 @@ class Trouble(unittest.TestCase):
             stage.wait_for_segment("init.mp4")
             time.sleep(1.5)  # the upload is opened half a second after the first picture
             service.start()
-            self.assert_left_to_the_user(finish(recorder), 7, stage, 5)
+            self.assert_left_to_the_user(finish(recorder), 8, stage, 5)
             self.assertEqual([], service.requests())
             self.assert_recoverable(stage, 5)
             self.assert_can_be_uploaded(stage, service)

@@ -10,6 +10,7 @@
 
 #include "Programs.h"
 #include "Recording.h"
+#include "platform/linux/ffmpeg/AudioMixdown.h"
 #include "platform/linux/ffmpeg/FfmpegAudioExporter.h"
 #include "platform/linux/ffmpeg/PeakLimiter.h"
 #include "support/TestDirectory.h"
@@ -176,6 +177,25 @@ TEST(AudioExporter, aTrackToWhichNothingWasWrittenIsSilence) {
   for (int i = 0; i < std::ssize(tracks); ++i) all.push_back({i, 1});
   EXPECT_NEAR(level(desk.mixed(all), 1000, 0.2, 1.8), 0.3, 0.01);
   EXPECT_EQ(tracks.size(), 2u);
+}
+
+TEST(AudioExporter, aTrackThatEndsEarlyDoesNotMakeTheOthersPileUp) {
+  MixDesk desk;
+  const std::int64_t click = 50 * 48'000;
+  desk.record({{meetingSound, {soundAt(0, 60 * 48'000, click)}}, {headset, tone(1000, 1, 16'000, 1)}});
+  // Of this one nobody knows where its tracks end.
+  const Path fragments = desk.directory.path() + "/fragments.m4a";
+  outputOf("ffmpeg -i '" + desk.source + "' -map 0 -c copy -movflags empty_moov -frag_duration 1000000 " + fragments);
+  for (const Path& source : {desk.source, fragments}) {
+    const auto mixdown = *AudioMixdown::create({source, {{0, 1}, {1, 1}}, desk.output});
+    std::int64_t most = 0;
+    while (*mixdown->step() == AudioMixdown::Progress::some) most = std::max(most, mixdown->heldFrames());
+    EXPECT_LT(most, 12 * 48'000) << source;
+    const auto sound = leftOf(desk.output);
+    EXPECT_NEAR(level(sound, 1000, 0.2, 0.8), 0.3, 0.01);
+    // Copying into fragments moves all tracks by one packet of the slowest.
+    EXPECT_NEAR(static_cast<double>(loudest({sound.begin() + 2 * 48'000, sound.end()})), click - 2 * 48'000, 3100);
+  }
 }
 
 TEST(AudioExporter, whatADeadExportLeftIsRemovedByTheNext) {

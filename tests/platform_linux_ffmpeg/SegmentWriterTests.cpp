@@ -268,7 +268,10 @@ EncodedPacket packetOf(int size) {
 TEST(DetachedOutputs, takeWhatComesWhileTheirDiskStallsUntilItIsTooMuch) {
   WorkSignal gate;
   DetachedOutput output(std::make_unique<StubbornOutput>(gate), DetachedOutput::Failures::kept, 10'000);
-  for (int i = 0; i < 300; ++i) output.push(0, packetOf(100));
+  for (int i = 0; i < 300; ++i) {
+    output.push(0, packetOf(100));
+    EXPECT_TRUE(output.write());
+  }
   EXPECT_FALSE(output.error()) << "it must not wait for the disk";
   gate.raise();
   for (int wait = 0; wait < 1000 && !output.error(); ++wait) {

@@ -197,7 +197,14 @@ TEST(FailedAudioStart, leavesNothingBehindAndTheNextOneSucceeds) {
   }
   SimWorld world;
   AudioRecorder recorder(world);
-  EXPECT_TRUE(recorder.start("/nowhere/talk.m4a").error().is(AudioRecordingError::fileCreationFailed));
+  ASSERT_TRUE(world.files.createDirectories("/tmp/folder"));
+  world.files.failBelow("/tmp/sealed", EACCES);
+  for (const auto& [path, reason] : {std::pair("/nowhere/talk.m4a", ENOENT), std::pair("/tmp/folder", EISDIR),
+                                     std::pair("/tmp/sealed/talk.m4a", EACCES)}) {
+    const auto refused = recorder.start(path);
+    EXPECT_TRUE(refused.error().is(AudioRecordingError::fileCreationFailed));
+    EXPECT_EQ(refused.error().underlying()->code(), reason);
+  }
 }
 
 TEST(FailedMix, keepsBothTracksNamesThemAndIsTriedAgainAtTheNextLaunch) {
@@ -220,6 +227,24 @@ TEST(FailedMix, keepsBothTracksNamesThemAndIsTriedAgainAtTheNextLaunch) {
   recorder.repair();
   EXPECT_TRUE(recorder.isMixed());
   EXPECT_FALSE(world.files.exists(tracks));
+}
+
+TEST(FailedMix, isNotTriedAgainWhenItCanNeverPass) {
+  SimWorld world;
+  AudioRecorder recorder(world);
+  world.audioExporter.failNext(AudioExporterError::cannotEncode);
+  EXPECT_FALSE(recorder.record(5s));
+  EXPECT_EQ(recorder.content(recorder.tracks().path), "movie, finished");
+  EXPECT_TRUE(recorder.journal.openRecordings().empty());
+  EXPECT_EQ(recorder.printed("⚠️ AudioSessionRecorder: Both tracks are kept in " + recorder.tracks().path), 1);
+}
+
+TEST(AudioRecording, ofNothingSaysSoAndLeavesNoFile) {
+  HandFedAudio recording;
+  EXPECT_TRUE(recording.recorder.stop().error().is(AudioRecordingError::postProcessingFailed));
+  EXPECT_TRUE(recording.recorder.manager.report()->problem->is(AudioRecordingError::nothingRecorded));
+  EXPECT_EQ(recording.world.files.list("/tmp"), std::vector<std::string>());
+  EXPECT_TRUE(recording.recorder.journal.openRecordings().empty());
 }
 
 TEST(AudioProcessDeath, atAnyMomentIsMendedByTheNextLaunch) {
@@ -255,12 +280,15 @@ TEST(AudioProcessDeath, neverCostsAFileThatTheUserHas) {
   world.restart();
   AudioRecorder next(world);
   ASSERT_TRUE(world.files.writeNew(output, ByteChain(Bytes{1}), Durability::durable));
+  ASSERT_TRUE(world.files.writeNew("/tmp/talk 2.m4a", ByteChain(Bytes{2}), Durability::durable));
+  world.audioExporter.failNext(AudioExporterError::diskFull);
   next.repair();
-  const Path tracks = next.tracks().path;
+  EXPECT_TRUE(next.start("/tmp/talk 3.m4a").error().is(AudioRecordingError::fileCreationFailed)) << "it is taken";
+  next.repair();
   EXPECT_EQ(next.content(), "\1");
-  EXPECT_EQ(next.content(tracks), "movie, finished");
-  EXPECT_EQ(
-      next.printed("⚠️ RecordingRepair: There is a file already: /tmp/talk.m4a; both tracks are kept in " + tracks), 1);
+  EXPECT_EQ(next.content("/tmp/talk 2.m4a"), "\2");
+  EXPECT_TRUE(next.isMixed("/tmp/talk 3.m4a"));
+  EXPECT_EQ(next.printed("⚠️ RecordingRepair: There is a file already: /tmp/talk.m4a; mixing into /tmp/talk 3.m4a"), 1);
   EXPECT_TRUE(next.journal.openRecordings().empty());
 }
 

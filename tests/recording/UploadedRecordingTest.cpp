@@ -113,6 +113,7 @@ TEST(UploadedRecording, neverEndsUpInTheOneBeforeIt) {
   EXPECT_EQ(r.service.uploads.begin()->second.object, first);
   EXPECT_EQ(r.entryUpdates.back().at("event"), Value("initFailed"));
   EXPECT_EQ(r.entryUpdates.back().at("tempFileId"), Value("pending_Second"));
+  EXPECT_TRUE(r.recorder.manager.report()->uploadProblem) << "the reason comes before its consequences";
   const auto kept = r.recorder.stored.getIncompleteRecordings();
   ASSERT_EQ(kept.size(), 1u);
   const auto recovered = r.recorder.stored.recoverRecording(kept[0].id);

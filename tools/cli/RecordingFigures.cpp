@@ -17,7 +17,8 @@ RecordingFigures RecordingFigures::fromValue(const Value& value) {
           .systemAudioLevel = value.at("systemAudioLevel").asDouble().value_or(0),
           .microphoneLevel = value.at("microphoneLevel").asDouble().value_or(0),
           .fileIsComplete = value.at("fileIsComplete").asBool().value_or(false),
-          .problem = text(value.at("problem"))};
+          .problem = text(value.at("problem")),
+          .uploadProblem = text(value.at("uploadProblem"))};
 }
 
 }  // namespace quillbeam::cli

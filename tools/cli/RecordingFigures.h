@@ -17,7 +17,8 @@ struct RecordingFigures {
   double systemAudioLevel = 0;  ///< peak, 0…1
   double microphoneLevel = 0;
   bool fileIsComplete = false;
-  std::string problem;  ///< why nothing more reaches the file; empty while all is well
+  std::string problem;        ///< why nothing more reaches the file; empty while all is well
+  std::string uploadProblem;  ///< the first reason why bytes are missing at the service; empty while none are
 
   static RecordingFigures fromValue(const Value& value);
 };

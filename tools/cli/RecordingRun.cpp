@@ -102,19 +102,26 @@ Task<RecordingRun::Outcome> RecordingRun::stop() {
   progress_.show("Finishing the file …");
   auto reply = co_await awaitStop();
   CO_TRY_VOID(co_await readFigures());
-  const bool hasFile = figures_.fileIsComplete && figures_.filePath == request_.filePath;
   const bool wasLeft = !reply && reply.error().is(CommonError::cancelled);
-  if (!reply && !hasFile && !wasLeft) co_return whyNoFile(reply.error());
+  if (!reply && !hasFile() && !wasLeft) co_return whyNoFile(reply.error());
   Outcome outcome{.code = ExitCode::ok, .figures = figures_, .stopReply = reply.value_or(Value())};
   if (!reply) {
-    outcome.stopReply = ValueMap{{"filePath", request_.filePath}, {"usedNativeUpload", true}};
+    ValueMap known{{"usedNativeUpload", true}};
+    if (hasFile()) known.set("filePath", request_.filePath);
+    outcome.stopReply = std::move(known);
     outcome.code = uploadExitCode(reply.error());
     outcome.complaint = reply.error().description();
+  } else if (!figures_.uploadProblem.empty()) {
+    outcome.code = ExitCode::uploadRefused;
+    outcome.complaint = "the service has a file, but not all of the recording: " + figures_.uploadProblem +
+                        "; the recording itself is complete. To upload it: quillbeam upload '" + request_.filePath +
+                        "'";
   }
   if (!figures_.problem.empty()) {
     outcome.code = ExitCode::failed;
+    const bool isToBeMixed = wasLeft && !hasFile();
     outcome.complaint = "the recording ended early: " + figures_.problem +
-                        ". What was recorded until then is kept in " + request_.filePath;
+                        (isToBeMixed ? remedy() : ". What was recorded until then is kept in " + request_.filePath);
   }
   co_return outcome;
 }
@@ -143,7 +150,9 @@ Task<Value> RecordingRun::awaitStop() {
   if (!*reply && reply->error().description() == describe(MacBackgroundUploadError::finalizationTimeout)) {
     co_return co_await watchUpload();
   }
-  if (!*reply) co_return Error("MethodError", 0, "the upload failed: " + reply->error().description() + remedy());
+  // What went wrong first says more than what could not be done any more in the end.
+  if (!*reply && !figures_.uploadProblem.empty()) co_return uploadFailed(figures_.uploadProblem);
+  if (!*reply) co_return uploadFailed(reply->error().description());
   co_return *std::move(reply);
 }
 
@@ -183,15 +192,26 @@ Task<Value> RecordingRun::watchUpload() {
   co_return Error(MacBackgroundUploadError::finalizationTimeout).withDescription("the upload stands still" + remedy());
 }
 
+Error RecordingRun::uploadFailed(const std::string& why) const {
+  return Error("MethodError", 0, "the upload failed: " + why + remedy());
+}
+
 Error RecordingRun::stoppedWaiting() const {
   return Error(CommonError::cancelled)
       .withDescription("the upload is not complete (" + transferText(transfer_) + ")" + remedy());
 }
 
 std::string RecordingRun::remedy() const {
+  if (!hasFile()) {
+    return "; the recording itself is mixed into '" + request_.filePath +
+           "' by the running `quillbeam serve`, or at the latest by the next start. To go on with the upload: "
+           "quillbeam uploads resume";
+  }
   return "; the recording itself is. To go on: quillbeam uploads resume, or quillbeam upload '" + request_.filePath +
          "'";
 }
+
+bool RecordingRun::hasFile() const { return figures_.fileIsComplete && figures_.filePath == request_.filePath; }
 
 Task<RecordingRun::Outcome> RecordingRun::failedToStart(Error error) {
   Outcome outcome = failed(error);

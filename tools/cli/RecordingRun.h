@@ -59,8 +59,10 @@ class RecordingRun {
   std::string runningText(double elapsedSeconds) const;
   Task<Value> watchUpload();
   Error whyNoFile(const Error& error) const;
+  Error uploadFailed(const std::string& why) const;
   Error stoppedWaiting() const;
   std::string remedy() const;
+  bool hasFile() const;
   Task<Outcome> failedToStart(Error error);
   Outcome failed(const Error& error) const;
 

@@ -35,7 +35,8 @@ struct AudioMix {
 /// One export: unknown → exporting → completed | failed | cancelled.
 ///
 /// The output appears complete and durable at its path or not at all; what was there before is replaced at that moment.
-/// Memory is constant, however long the tracks are, but for the indexes. What of a track cannot be decoded is silence.
+/// Memory is some ten seconds of sound per track at most, however long the tracks are and however early one ends, and
+/// both files' indexes, which grow with the length. What of a track cannot be decoded is silence.
 /// One export per output at a time: it removes the temporary file of one that died.
 class AudioExport {
  public:

@@ -14,7 +14,12 @@ constexpr AudioSettings outputSettings{rate, channels, 128'000, 64};
 
 /// Small enough for the processor's cache, a multiple of the coder's frame.
 constexpr std::int64_t blockFrames = 4096;
-constexpr int blocksPerStep = 12;
+
+/// Between steps the export can be cancelled.
+constexpr int packetsPerStep = 64;
+
+/// A track whose packets lie further behind another's is silent until they come.
+constexpr std::int64_t mostHeldFrames = 10 * rate;
 
 /// What the file and the encoder say, in the exporter's words.
 Error exportError(const Error& error) {
@@ -64,21 +69,27 @@ Result<void> AudioMixdown::open(const Path& output) {
 }
 
 Result<AudioMixdown::Progress> AudioMixdown::step() {
-  for (int i = 0; i < blocksPerStep; ++i) {
-    TRY_VOID(decodeUntil(position_ + blockFrames));
-    if (!allRead_ || position_ + blockFrames <= end()) {
-      TRY_VOID(exported(mixUntil(position_ + blockFrames)));
-      continue;
+  const std::int64_t blockEnd = position_ + blockFrames;
+  TRY_VOID(decodeTowards(blockEnd));
+  if (needsPackets(blockEnd)) return Progress::some;
+  if (!hasEnded() || blockEnd <= end()) {
+    for (Voice& voice : voices_) {
+      if (!voice.decoder->hasReached(blockEnd)) voice.decoder->flush();
     }
-    TRY_VOID(exported(finish(end())));
-    return Progress::ended;
+    TRY_VOID(exported(mixUntil(blockEnd)));
+    return Progress::some;
   }
-  return Progress::some;
+  TRY_VOID(exported(finish(end())));
+  return Progress::ended;
 }
 
-Result<void> AudioMixdown::decodeUntil(std::int64_t position) {
+bool AudioMixdown::needsPackets(std::int64_t position) const {
   const auto hasReached = [&](const Voice& voice) { return voice.decoder->hasReached(position); };
-  while (!allRead_ && !std::ranges::all_of(voices_, hasReached)) {
+  return heldFrames() < mostHeldFrames && !std::ranges::all_of(voices_, hasReached);
+}
+
+Result<void> AudioMixdown::decodeTowards(std::int64_t position) {
+  for (int i = 0; i < packetsPerStep && needsPackets(position); ++i) {
     TRY(const bool isThere, source_.read(*packet_));
     if (isThere) {
       dispatch(*packet_);
@@ -86,7 +97,6 @@ Result<void> AudioMixdown::decodeUntil(std::int64_t position) {
       continue;
     }
     for (Voice& voice : voices_) voice.decoder->finish();
-    allRead_ = true;
   }
   return success;
 }
@@ -137,10 +147,20 @@ Result<void> AudioMixdown::finish(std::int64_t end) {
   return file_->publish(length);
 }
 
+bool AudioMixdown::hasEnded() const {
+  return std::ranges::all_of(voices_, [](const Voice& voice) { return voice.decoder->hasEnded(); });
+}
+
 std::int64_t AudioMixdown::end() const {
   std::int64_t end = 0;
   for (const Voice& voice : voices_) end = std::max(end, voice.decoder->position());
   return end;
+}
+
+std::int64_t AudioMixdown::heldFrames() const {
+  std::int64_t most = 0;
+  for (const Voice& voice : voices_) most = std::max(most, voice.decoder->heldFrames());
+  return most;
 }
 
 double AudioMixdown::progress() const {

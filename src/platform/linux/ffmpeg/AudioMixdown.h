@@ -22,10 +22,12 @@ class AudioMixdown {
 
   static Result<std::unique_ptr<AudioMixdown>> create(const AudioMix& mix);
 
-  /// Mixes about a second; `ended` once the output is in its place.
+  /// Decodes about a second, or mixes a part of one, or both; `ended` once the output is in its place.
   Result<Progress> step();
   /// 0…1, by what the index says of the longest track.
   double progress() const;
+  /// The most sound that a track has ready and not mixed: some ten seconds, however far the tracks lie apart.
+  std::int64_t heldFrames() const;
 
  private:
   struct Voice {
@@ -36,8 +38,10 @@ class AudioMixdown {
   AudioMixdown(SoundFile source, std::vector<Voice> voices, MediaTime expectedLength);
 
   Result<void> open(const Path& output);
-  /// Decodes until every track has got to `position` or to its end.
-  Result<void> decodeUntil(std::int64_t position);
+  /// Whether a track may still have sound before `position`, and is worth waiting for.
+  bool needsPackets(std::int64_t position) const;
+  /// Decodes while that is so, but no more than a step's worth.
+  Result<void> decodeTowards(std::int64_t position);
   void dispatch(const AVPacket& packet);
   Result<void> mixUntil(std::int64_t end);
   /// Takes the next `block_`, whose first `skipped` frames are the limiter's delay.
@@ -46,6 +50,7 @@ class AudioMixdown {
   template <class Code>
   Result<void> intoFile(Code code);
   Result<void> finish(std::int64_t end);
+  bool hasEnded() const;
   /// Where the longest track ends, once all have.
   std::int64_t end() const;
 
@@ -58,7 +63,6 @@ class AudioMixdown {
   std::unique_ptr<AudioEncoder> encoder_;
   std::unique_ptr<MixedSoundFile> file_;
   std::int64_t position_ = 0;  ///< frames that went into the limiter
-  bool allRead_ = false;
 };
 
 }  // namespace quillbeam

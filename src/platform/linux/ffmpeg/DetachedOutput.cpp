@@ -13,6 +13,7 @@ DetachedOutput::DetachedOutput(std::unique_ptr<PacketOutput> output, Failures fa
 
 void DetachedOutput::push(std::size_t track, EncodedPacket packet) {
   const std::int64_t bytes = packet.byteCount();
+  hasNews_ = true;
   const auto order = [track, packet = std::move(packet)](PacketOutput& output) -> Result<Progress> {
     output.push(track, packet);
     return Progress::goesOn;
@@ -21,6 +22,7 @@ void DetachedOutput::push(std::size_t track, EncodedPacket packet) {
 }
 
 void DetachedOutput::endTrack(std::size_t track, std::optional<MediaTime> end) {
+  hasNews_ = true;
   enqueue([track, end](PacketOutput& output) -> Result<Progress> {
     output.endTrack(track, end);
     return Progress::goesOn;
@@ -45,6 +47,13 @@ Result<void> DetachedOutput::finish(std::optional<MediaTime> end) {
 
 Result<bool> DetachedOutput::write() {
   TRY_VOID(passOnFailure());
+  // Together with what came before it, as without a thread between: fragments are cut at the same places.
+  if (std::exchange(hasNews_, false)) {
+    enqueue([](PacketOutput& output) -> Result<Progress> {
+      TRY_VOID(output.write());
+      return Progress::goesOn;
+    });
+  }
   return false;
 }
 
@@ -109,7 +118,6 @@ Result<DetachedOutput::Progress> DetachedOutput::work() {
     TRY(const Progress progress, order(*output_));
     if (progress == Progress::ended) return progress;
   }
-  TRY_VOID(output_->write());
   return Progress::goesOn;
 }
 

@@ -49,6 +49,7 @@ class DetachedOutput final : public PacketOutput {
 
   const Failures failures_;
   const std::int64_t largestBacklog_;
+  bool hasNews_ = false;                  ///< since the last `write`; the owner's
   std::unique_ptr<PacketOutput> output_;  ///< the thread's
   WorkSignal ended_;
 

@@ -71,8 +71,13 @@ void SoundTrackDecoder::take(const AVPacket& packet) {
 void SoundTrackDecoder::finish() {
   avcodec_send_packet(context_.get(), nullptr);
   receive();
-  if (resampler_) convert(nullptr, 0, 0);
+  flush();
   finished_ = true;
+}
+
+void SoundTrackDecoder::flush() {
+  if (resampler_) convert(nullptr, 0, 0);
+  resampler_.reset();
 }
 
 void SoundTrackDecoder::receive() {
@@ -89,7 +94,10 @@ void SoundTrackDecoder::place(const AVFrame& frame) {
   const std::int64_t start =
       frame.pts == AV_NOPTS_VALUE ? expected : av_rescale_q(frame.pts, timeBase_, {1, frame.sample_rate});
   const std::int64_t tolerance = frame.sample_rate / toleranceDivisor;
-  if (format != format_ || start > expected + tolerance) restart(frame, format, std::max<std::int64_t>(start, 0));
+  const std::int64_t earliest = format == format_ ? expected : 0;
+  if (!resampler_ || format != format_ || start > expected + tolerance) {
+    restart(frame, format, std::max(start, earliest));
+  }
   if (!resampler_) return;
   const std::int64_t late = sourceStart_ + sourceFrames_ - start;
   const int skipped = late > tolerance ? static_cast<int>(std::min<std::int64_t>(late, frame.nb_samples)) : 0;
@@ -97,12 +105,13 @@ void SoundTrackDecoder::place(const AVFrame& frame) {
 }
 
 void SoundTrackDecoder::restart(const AVFrame& frame, Format format, std::int64_t start) {
-  if (resampler_) convert(nullptr, 0, 0);
+  flush();
   resampler_ = makeResampler(frame);
   format_ = format;
   sourceStart_ = start;
   sourceFrames_ = 0;
-  position_ = std::max(position_, av_rescale(start, sampleRate, format.sampleRate));
+  const std::int64_t position = av_rescale(start, sampleRate, format.sampleRate);
+  position_ = std::max(position_, std::min(position, end_.value_or(position)));
 }
 
 void SoundTrackDecoder::convert(const AVFrame* frame, int skipped, int frames) {
@@ -132,12 +141,14 @@ void SoundTrackDecoder::append(std::vector<float> samples) {
   if (samples.empty()) return;
   for (float& sample : samples) sample = std::abs(sample) <= loudestSample ? sample : 0;
   pieces_.push_back({position_, std::move(samples)});
+  heldFrames_ += pieces_.back().frames();
   position_ = pieces_.back().end();
 }
 
 void SoundTrackDecoder::addTo(std::span<float> block, std::int64_t position, float volume) {
   const std::int64_t blockEnd = position + static_cast<std::int64_t>(block.size()) / channels;
   for (const Piece& piece : pieces_) {
+    if (piece.start >= blockEnd) break;
     const std::int64_t begin = std::max(piece.start, position);
     const std::int64_t end = std::min(piece.end(), blockEnd);
     if (begin >= end) continue;
@@ -145,7 +156,10 @@ void SoundTrackDecoder::addTo(std::span<float> block, std::int64_t position, flo
     float* to = block.data() + (begin - position) * channels;
     for (std::int64_t i = 0; i < (end - begin) * channels; ++i) to[i] += volume * from[i];
   }
-  while (!pieces_.empty() && pieces_.front().end() <= blockEnd) pieces_.pop_front();
+  while (!pieces_.empty() && pieces_.front().end() <= blockEnd) {
+    heldFrames_ -= pieces_.front().frames();
+    pieces_.pop_front();
+  }
 }
 
 }  // namespace quillbeam

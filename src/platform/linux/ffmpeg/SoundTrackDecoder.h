@@ -27,13 +27,19 @@ class SoundTrackDecoder {
 
   int streamIndex() const { return streamIndex_; }
   void take(const AVPacket& packet);
+  /// No packet follows soon: gives out what was kept to join it to the next one's sound.
+  void flush();
   /// No more packets.
   void finish();
 
   /// Whether everything before `position` has been decoded.
-  bool hasReached(std::int64_t position) const { return finished_ || position_ >= position; }
+  bool hasReached(std::int64_t position) const { return hasEnded() || position_ >= position; }
+  /// Whether no more sound comes: there are no more packets, or its end is known and reached.
+  bool hasEnded() const { return finished_ || (end_ && position_ >= *end_); }
   /// Where the sound decoded so far ends.
   std::int64_t position() const { return position_; }
+  /// How much was decoded and not yet asked for.
+  std::int64_t heldFrames() const { return heldFrames_; }
   /// Adds the sound from `position` on to `block` and forgets what lies before the block's end. Positions must rise.
   void addTo(std::span<float> block, std::int64_t position, float volume);
 
@@ -48,7 +54,8 @@ class SoundTrackDecoder {
     std::int64_t start = 0;
     std::vector<float> samples;
 
-    std::int64_t end() const { return start + static_cast<std::int64_t>(samples.size()) / channels; }
+    std::int64_t frames() const { return static_cast<std::int64_t>(samples.size()) / channels; }
+    std::int64_t end() const { return start + frames(); }
   };
 
   SoundTrackDecoder(const AVStream& stream, AvOwned<AVCodecContext> context);
@@ -70,7 +77,8 @@ class SoundTrackDecoder {
   std::int64_t sourceStart_ = 0;   ///< of the contiguous sound that is being converted, in ticks of its own rate
   std::int64_t sourceFrames_ = 0;  ///< of it, taken so far
   std::int64_t position_ = 0;
-  std::deque<Piece> pieces_;
+  std::deque<Piece> pieces_;  ///< by their starts; none overlap
+  std::int64_t heldFrames_ = 0;
   bool finished_ = false;
 };
 
