@@ -24,6 +24,7 @@ class ServiceOptions {
   Task<std::optional<std::string>> apply(NativeClient& client, const NativeHost& host) const;
 
  private:
+  const std::string urlOption_;
   std::string url_;
   std::string token_;
 };
